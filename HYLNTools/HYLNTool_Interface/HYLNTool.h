@@ -1,0 +1,9 @@
+// The library's whole public interface.
+#ifndef HYLNTOOL_H
+#define HYLNTOOL_H
+
+#include "HYLNTool_NotesAPI.h"
+#include "HYLNTool_HostInterface.h"
+#include "HYLNTool_CodeTables.h"
+
+#endif

@@ -1,0 +1,65 @@
+#include "HYLNTool_CodeTables.h"
+
+const HyLNCodeName notes_types[38] = {
+    {0x0100, "TYPE_ERROR"},
+    {0x0200, "TYPE_UNAVAILABLE"},
+    {0x0500, "TYPE_TEXT"},
+    {0x0501, "TYPE_TEXT_LIST"},
+    {0x0300, "TYPE_NUMBER"},
+    {0x0301, "TYPE_NUMBER_RANGE"},
+    {0x0400, "TYPE_TIME"},
+    {0x0401, "TYPE_TIME_RANGE"},
+    {0x0600, "TYPE_FORMULA"},
+    {0x0700, "TYPE_USERID"},
+    {0x0000, "TYPE_INVALID_OR_UNKNOWN"},
+    {0x0001, "TYPE_COMPOSITE"},
+    {0x0002, "TYPE_COLLATION"},
+    {0x0003, "TYPE_OBJECT"},
+    {0x0004, "TYPE_NOTEREF_LIST"},
+    {0x0005, "TYPE_VIEW_FORMAT"},
+    {0x0006, "TYPE_ICON"},
+    {0x0007, "TYPE_NOTELINK_LIST"},
+    {0x0008, "TYPE_SIGNATURE"},
+    {0x0009, "TYPE_SEAL"},
+    {0x000A, "TYPE_SEALDATA"},
+    {0x000B, "TYPE_SEAL_LIST"},
+    {0x000C, "TYPE_HIGHLIGHTS"},
+    {0x000D, "TYPE_WORKSHEET_DATA"},
+    {0x000E, "TYPE_USERDATA"},
+    {0x000F, "TYPE_QUERY"},
+    {0x0010, "TYPE_ACTION"},
+    {0x0011, "TYPE_ASSISTANT_INFO"},
+    {0x0012, "TYPE_VIEWMAP_DATASET"},
+    {0x0013, "TYPE_VIEWMAP_LAYOUT"},
+    {0x0014, "TYPE_LSOBJECT"},
+    {0x0015, "TYPE_HTML"},
+    {0x0016, "TYPE_SCHED_LIST"},
+    {0x0018, "TYPE_CALENDAR_FORMAT"},
+    {0x0019, "TYPE_MIME_PART"},
+    {0x0502, "TYPE_RFC822_TEXT"},
+    {0xFFFFFFFF, "UNKNOWN"},
+    {0, nullptr},
+};
+
+const HyLNCodeName item_flags[10] = {
+    {0x0001, "signed"},
+    {0x0002, "encryption-enabled"},
+    {0x0004, "summary"},
+    {0x0020, "read/write"},
+    {0x0040, "names"},
+    {0x0100, "placeholder"},
+    {0x0200, "protected"},
+    {0x0400, "reader"},
+    {0x1000, "unchanged"},
+    {0xFFFFFFFF, nullptr},
+};
+
+// The first three texts end in a blank so that several can be joined.
+const HyLNCodeName note_flags[5] = {
+    {0x0001, "Document cannot be updated. "},
+    {0x0002, "Document is missing some data (truncated). "},
+    {0x0020, "Note contains linked items or linked objects. "},
+    {0x4000, "Note is open in canonical form. Data types and data values that are normally "
+             "converted to host format are left unconverted."},
+    {0xFFFFFFFF, nullptr},
+};

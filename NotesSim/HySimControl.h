@@ -1,0 +1,52 @@
+// Control interface of the simulated runtime, for tests and hosts.
+// Also reachable from another process through the environment variable
+// HYSIM_FAULTS, e.g. "NSFDbOpen=0x0103;NSFNoteUpdate=throw@3;OSLoadString=0@1".
+//   NAME=STATUS      every call of NAME returns STATUS
+//   NAME=STATUS@N    only the N-th call (counted from when the fault is set)
+//   NAME=throw[@N]   the call throws a C++ exception (HySimInjectedFault)
+// HYSIM_TRACE=1 switches the call trace on from the start.
+#ifndef HYSIM_CONTROL_H
+#define HYSIM_CONTROL_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+#include <stdexcept>
+// The exception an injected "throw" raises.
+class __attribute__((visibility("default"))) HySimInjectedFault : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+extern "C" {
+#endif
+
+#define HYSIM_FAULT_RETURN 0
+#define HYSIM_FAULT_THROW 1
+
+// Make entry point `name` fail. nth = 0: every call; nth = N: only the N-th call from now.
+// For entry points that return no STATUS the status is converted to the return type
+// (BOOL/WORD/DWORD get the number, pointers get null, void returns at once).
+// Returns 0 on success, -1 for an unknown entry name.
+int HySimSetFault(const char* name, unsigned short status, unsigned int nth, int mode);
+void HySimClearFaults(void);
+// Parse a HYSIM_FAULTS style specification; returns the number of faults set, -1 on a syntax error.
+int HySimSetFaultsFromSpec(const char* spec);
+
+// Call trace: one line per API call, "Name(arg, arg, ...)" with integral arguments in
+// decimal, pointers as '*' or 'null', plus key texts some calls add (e.g. paths).
+void HySimTraceEnable(int on);
+void HySimTraceClear(void);
+size_t HySimTraceCount(void);
+// Line i of the trace; null past the end. Valid until the next trace call.
+const char* HySimTraceLine(size_t i);
+// How many times `name` was called since the last HySimTraceClear (counted even with tracing off).
+unsigned long HySimCallCount(const char* name);
+
+// Clock for OSCurrentTIMEDATE: seconds since 1970-01-01 GMT plus hundredths.
+void HySimSetClock(long long unixSeconds, int hundredths);
+void HySimUseRealClock(void);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
