@@ -1,0 +1,95 @@
+// The uniform shell around every exported entry point: "not provided" defaults,
+// injected faults and the call trace.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "HySimControl.h"
+#include "sim_core.h"
+
+namespace {
+
+struct Exports : ::testing::Test {
+    void SetUp() override
+    {
+        HySimClearFaults();
+        HySimTraceClear();
+    }
+    void TearDown() override
+    {
+        HySimClearFaults();
+        HySimTraceEnable(0);
+    }
+};
+
+} // namespace
+
+TEST_F(Exports, UnprovidedEntryReturnsItsOwnStatus)
+{
+    // NSFRemoteConsole is never called by the library and stays unprovided.
+    DHANDLE response = 0;
+    STATUS status = NSFRemoteConsole(nullptr, nullptr, &response);
+    EXPECT_EQ(status, sim::STS_NOT_PROVIDED_BASE + sim::entryIndex("NSFRemoteConsole"));
+    EXPECT_EQ(sim::entryIndex("ConvertTextToTIMEDATE"), 0);
+    EXPECT_EQ(sim::entryIndex("TimeLocalToGM"), 122);
+    EXPECT_EQ(sim::entryIndex("NoSuchEntry"), -1);
+}
+
+TEST_F(Exports, FaultsFireOnEveryCallOrOnTheNthCall)
+{
+    DHANDLE handle = 0;
+    ASSERT_EQ(HySimSetFault("OSMemAlloc", 0x0107, 2, HYSIM_FAULT_RETURN), 0);
+    EXPECT_EQ(OSMemAlloc(0, 16, &handle), NOERROR);
+    EXPECT_NE(handle, 0u);
+    EXPECT_EQ(OSMemFree(handle), NOERROR);
+    EXPECT_EQ(OSMemAlloc(0, 16, &handle), 0x0107);
+    EXPECT_EQ(OSMemAlloc(0, 16, &handle), NOERROR) << "an nth-call fault fires once";
+    EXPECT_EQ(OSMemFree(handle), NOERROR);
+
+    ASSERT_EQ(HySimSetFault("OSLockObject", 0x0107, 0, HYSIM_FAULT_RETURN), 0);
+    EXPECT_EQ(OSLockObject(handle), nullptr);
+    EXPECT_EQ(OSLockObject(handle), nullptr);
+    EXPECT_EQ(HySimSetFault("NotAnEntry", 1, 0, HYSIM_FAULT_RETURN), -1);
+}
+
+TEST_F(Exports, InjectedExceptionsCrossTheCInterface)
+{
+    ASSERT_EQ(HySimSetFaultsFromSpec("OSMemGetSize=throw@1;OSMemFree=0x3F01"), 2);
+    DWORD size = 0;
+    EXPECT_THROW(OSMemGetSize(1, &size), HySimInjectedFault);
+    EXPECT_EQ(OSMemFree(12345), 0x3F01);
+    EXPECT_EQ(HySimSetFaultsFromSpec("OSMemFree"), -1);
+    EXPECT_EQ(HySimSetFaultsFromSpec("OSMemFree=abc"), -1);
+    EXPECT_EQ(HySimSetFaultsFromSpec("Nope=1"), -1);
+}
+
+TEST_F(Exports, TraceRecordsCallsWithIntegralArguments)
+{
+    HySimTraceEnable(1);
+    DHANDLE handle = 0;
+    ASSERT_EQ(OSMemAlloc(0, 32, &handle), NOERROR);
+    ASSERT_EQ(OSMemFree(handle), NOERROR);
+    ASSERT_EQ(HySimTraceCount(), 2u);
+    EXPECT_EQ(std::string(HySimTraceLine(0)), "OSMemAlloc(0, 32, *)");
+    EXPECT_EQ(std::string(HySimTraceLine(1)), "OSMemFree(" + std::to_string(handle) + ")");
+    EXPECT_EQ(HySimTraceLine(2), nullptr);
+    EXPECT_EQ(HySimCallCount("OSMemAlloc"), 1u);
+}
+
+TEST_F(Exports, BadMemoryHandlesAreRefusedNotFatal)
+{
+    DHANDLE handle = 0;
+    DWORD size = 0;
+    EXPECT_EQ(OSMemFree(0xABCDEF), sim::STS_INVALID_HANDLE);
+    EXPECT_EQ(OSMemGetSize(0, &size), sim::STS_INVALID_HANDLE);
+    EXPECT_EQ(OSLockObject(0), nullptr);
+    EXPECT_EQ(OSUnlockObject(0), FALSE);
+    ASSERT_EQ(OSMemAlloc(0, 0, &handle), NOERROR);
+    EXPECT_EQ(handle, 0u) << "size 0 gives no handle";
+    ASSERT_EQ(OSMemAlloc(0, 8, &handle), NOERROR);
+    ASSERT_NE(OSLockObject(handle), nullptr);
+    EXPECT_EQ(OSMemFree(handle), sim::STS_HANDLE_LOCKED);
+    EXPECT_EQ(OSUnlockObject(handle), TRUE);
+    EXPECT_EQ(OSMemFree(handle), NOERROR);
+    EXPECT_EQ(OSMemFree(handle), sim::STS_INVALID_HANDLE) << "a freed handle is gone";
+}
