@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# Builds the project and runs the command-line host's demo on a seeded simulated server.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh build
+exec build/hyln/hyln demo "$@"
