@@ -5,5 +5,8 @@
 #include "HYLNTool_NotesAPI.h"
 #include "HYLNTool_HostInterface.h"
 #include "HYLNTool_CodeTables.h"
+#include "HYLNTool_Error.h"
+#include "HYLNTool_NotesUtilities.h"
+#include "HYLNTool_Instance.h"
 
 #endif
