@@ -31,6 +31,17 @@ private:
     std::vector<Entry> entries_;
 };
 
+// One item of a summary buffer.
+struct SummaryValue {
+    WORD type = TYPE_INVALID_OR_UNKNOWN;
+    const char* data = nullptr; // the bytes after the type word
+    WORD length = 0;            // without the type word
+};
+
+// Finds the item `name` (compared without regard to ASCII case) in a summary buffer;
+// false when absent or when the buffer's lengths run past its ITEM_TABLE.Length.
+bool findSummaryValue(const void* summary, const std::string& name, SummaryValue& value);
+
 } // namespace sim
 
 #endif
