@@ -8,5 +8,6 @@
 #include "HYLNTool_Error.h"
 #include "HYLNTool_NotesUtilities.h"
 #include "HYLNTool_Instance.h"
+#include "HYLNTool_Database.h"
 
 #endif
