@@ -440,8 +440,7 @@ bool readTwoDigitField(TextCursor& cursor, const TextLayout& layout, int& value)
     return true;
 }
 
-// hh[:mm[:ss[.fraction]]] [AM|PM]; the hour alone needs AM or PM. Fractions are dropped.
-bool readTime(TextCursor& cursor, const TextLayout& layout, long long& ticks)
+bool readTimeFields(TextCursor& cursor, const TextLayout& layout, long long& ticks)
 {
     int hour = 0, minute = 0, second = 0;
     size_t digits = 0;
@@ -463,6 +462,17 @@ bool readTime(TextCursor& cursor, const TextLayout& layout, long long& ticks)
     if (hour > 23)
         return false;
     ticks = ((hour * 60LL + minute) * 60 + second) * TICKS_IN_SECOND;
+    return true;
+}
+
+// hh[:mm[:ss[.fraction]]] [AM|PM]; the hour alone needs AM or PM. Fractions are dropped.
+// The cursor moves only past a valid time.
+bool readTime(TextCursor& cursor, const TextLayout& layout, long long& ticks)
+{
+    TextCursor field = cursor;
+    if (!readTimeFields(field, layout, ticks))
+        return false;
+    cursor = field;
     return true;
 }
 
