@@ -9,10 +9,13 @@ namespace {
 
 constexpr uint32_t kChunkSpan = 1u << 16;
 constexpr size_t kBitmapWords = kChunkSpan / 64;
+constexpr uint32_t kChunksPerBlock = 256;
+constexpr uint32_t kBlocks = kChunkSpan / kChunksPerBlock;
 // Past this many members a sorted array costs more than the 8 KB bitmap.
 constexpr size_t kSparseLimit = 4096;
 
 uint32_t chunkKey(uint32_t id) { return id >> 16; }
+uint32_t blockIndex(uint32_t key) { return key / kChunksPerBlock; }
 uint16_t lowPart(uint32_t id) { return static_cast<uint16_t>(id & 0xFFFFu); }
 uint64_t bitOf(uint16_t low) { return uint64_t{1} << (low % 64); }
 
@@ -93,7 +96,12 @@ void IdChunk::becomeBitmap()
 
 bool IdSet::insert(uint32_t id)
 {
-    if (!chunks_[chunkKey(id)].insert(lowPart(id)))
+    if (blocks_.empty())
+        blocks_.resize(kBlocks);
+    Block& block = blocks_[blockIndex(chunkKey(id))];
+    if (block.empty())
+        block.resize(kChunksPerBlock);
+    if (!block[chunkKey(id) % kChunksPerBlock].insert(lowPart(id)))
         return false;
     ++count_;
     return true;
@@ -101,19 +109,19 @@ bool IdSet::insert(uint32_t id)
 
 bool IdSet::erase(uint32_t id)
 {
-    auto it = chunks_.find(chunkKey(id));
-    if (it == chunks_.end() || !it->second.erase(lowPart(id)))
+    IdChunk* chunk = const_cast<IdChunk*>(chunkOf(chunkKey(id)));
+    if (chunk == nullptr || !chunk->erase(lowPart(id)))
         return false;
-    if (it->second.empty())
-        chunks_.erase(it);
+    if (chunk->empty())
+        *chunk = IdChunk(); // give its memory back
     --count_;
     return true;
 }
 
 bool IdSet::contains(uint32_t id) const
 {
-    auto it = chunks_.find(chunkKey(id));
-    return it != chunks_.end() && it->second.contains(lowPart(id));
+    const IdChunk* chunk = chunkOf(chunkKey(id));
+    return chunk != nullptr && chunk->contains(lowPart(id));
 }
 
 bool IdSet::first(uint32_t& id) const
@@ -123,24 +131,38 @@ bool IdSet::first(uint32_t& id) const
 
 bool IdSet::next(uint32_t after, uint32_t& id) const
 {
-    auto it = chunks_.find(chunkKey(after));
+    const IdChunk* chunk = chunkOf(chunkKey(after));
     uint16_t low = 0;
-    if (it != chunks_.end() && it->second.lowestFrom(uint32_t{lowPart(after)} + 1, low)) {
+    if (chunk != nullptr && chunk->lowestFrom(uint32_t{lowPart(after)} + 1, low)) {
         id = (chunkKey(after) << 16) | low;
         return true;
     }
-    return chunkKey(after) < 0xFFFFu && lowestInChunksFrom(chunkKey(after) + 1, id);
+    return lowestInChunksFrom(chunkKey(after) + 1, id);
 }
 
-bool IdSet::lowestInChunksFrom(uint32_t high, uint32_t& id) const
+const IdChunk* IdSet::chunkOf(uint32_t key) const
 {
-    // Empty chunks are removed, so the first chunk at or after `high` has a member.
-    auto it = chunks_.lower_bound(high);
-    uint16_t low = 0;
-    if (it == chunks_.end() || !it->second.lowestFrom(0, low))
-        return false;
-    id = (it->first << 16) | low;
-    return true;
+    if (blocks_.empty() || blocks_[blockIndex(key)].empty())
+        return nullptr;
+    return &blocks_[blockIndex(key)][key % kChunksPerBlock];
+}
+
+bool IdSet::lowestInChunksFrom(uint32_t key, uint32_t& id) const
+{
+    while (key < kChunkSpan && !blocks_.empty()) {
+        const Block& block = blocks_[blockIndex(key)];
+        if (block.empty()) {
+            key = (blockIndex(key) + 1) * kChunksPerBlock;
+            continue;
+        }
+        uint16_t low = 0;
+        if (block[key % kChunksPerBlock].lowestFrom(0, low)) {
+            id = (key << 16) | low;
+            return true;
+        }
+        ++key;
+    }
+    return false;
 }
 
 DHANDLE createIdTable()

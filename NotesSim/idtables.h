@@ -5,7 +5,6 @@
 #define HYSIM_IDTABLES_H
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <vector>
 
@@ -31,6 +30,8 @@ private:
     size_t count_ = 0;
 };
 
+// A two-level radix over the upper 16 bits: 256 blocks of 256 chunks, each block
+// allocated when its first ID arrives, so lookups never chase a deep tree.
 class IdSet {
 public:
     // Each returns true when the set changed.
@@ -44,8 +45,10 @@ public:
     bool next(uint32_t after, uint32_t& id) const;
 
 private:
-    bool lowestInChunksFrom(uint32_t high, uint32_t& id) const;
-    std::map<uint32_t, IdChunk> chunks_; // keyed by id >> 16
+    using Block = std::vector<IdChunk>; // empty until used, then 256 chunks
+    const IdChunk* chunkOf(uint32_t key) const;
+    bool lowestInChunksFrom(uint32_t key, uint32_t& id) const;
+    std::vector<Block> blocks_; // empty until the first insert, then 256 blocks
     size_t count_ = 0;
 };
 

@@ -12,17 +12,18 @@ namespace {
 
 constexpr size_t kMaxSummarySize = 0xFFFF; // ITEM_TABLE.Length is a WORD
 
+void appendBytes(std::vector<char>& out, const void* data, size_t size)
+{
+    size_t at = out.size();
+    out.resize(at + size);
+    if (size != 0)
+        std::memcpy(out.data() + at, data, size);
+}
+
 template <class T>
 void append(std::vector<char>& out, const T& value)
 {
-    const char* bytes = reinterpret_cast<const char*>(&value);
-    out.insert(out.end(), bytes, bytes + sizeof value);
-}
-
-void appendBytes(std::vector<char>& out, const void* data, size_t size)
-{
-    const char* bytes = static_cast<const char*>(data);
-    out.insert(out.end(), bytes, bytes + size);
+    appendBytes(out, &value, sizeof value);
 }
 
 template <class T>
