@@ -15,6 +15,7 @@
 
 #include "environment.h"
 #include "handles.h"
+#include "paths.h"
 #include "sim_core.h"
 
 namespace {
@@ -314,11 +315,6 @@ STATUS readDirectories(const std::vector<std::string>& items, std::vector<std::v
     return directories.empty() ? kNoNamesFile : NOERROR;
 }
 
-bool isLocalServer(const char* server)
-{
-    return server == nullptr || server[0] == '\0' || sameName(server, sim::localServerName());
-}
-
 bool matchesAny(const std::vector<std::string>& keys, const std::string& name)
 {
     return std::any_of(keys.begin(), keys.end(), [&](const std::string& key) { return sameName(key, name); });
@@ -473,7 +469,7 @@ STATUS impl::NAMELookup2(const char* ServerName, DWORD Flags, WORD NumNameSpaces
         (NumItems > 0 && Items == nullptr))
         return sim::STS_BAD_ARGUMENT;
     *rethBuffer = NULLHANDLE;
-    if (!isLocalServer(ServerName))
+    if (ServerName != nullptr && !sim::isLocalServer(ServerName))
         return sim::STS_SERVER_NOT_RESPONDING;
     std::vector<NameSpace> nameSpaces(NumNameSpaces);
     std::vector<std::string> spaceNames = packedTexts(NameSpaces, NumNameSpaces);

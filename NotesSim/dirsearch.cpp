@@ -1,0 +1,181 @@
+// NSFSearch over a directory: the file system is walked, every file whose
+// extension fits the FILE_xxx type is reported once, sorted by path, and each
+// database is opened briefly for its identity, replica ID and information buffer.
+#include "dirsearch.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include "paths.h"
+#include "sim_core.h"
+#include "summary.h"
+#include "timedate.h"
+#include "translate.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Entry {
+    std::string path;     // absolute
+    std::string relative; // to the searched directory, for the order
+    bool directory = false;
+};
+
+// The FILE_xxx types the simulation knows (not link files, full-text or other special types).
+bool knownFileType(WORD type)
+{
+    return type <= FILE_FTANY || type == FILE_DIRSONLY || type == FILE_ANYNOTEFILE;
+}
+
+// Which files a known FILE_xxx type selects, by extension.
+bool fileTypeSelects(WORD type, std::string extension)
+{
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    bool threeLetters = extension.size() == 4;
+    bool database = threeLetters && extension.compare(0, 3, ".ns") == 0;
+    bool templateFile = threeLetters && extension.compare(0, 3, ".nt") == 0;
+    bool mailbox = extension == ".box";
+    switch (type) {
+    case FILE_ANY: return true;
+    case FILE_DBREPL: return database;
+    case FILE_DBDESIGN: return database || templateFile;
+    case FILE_MAILBOX: return mailbox;
+    case FILE_DBANY: return extension == ".nsf" || extension == ".nsg" || extension == ".nsh";
+    case FILE_FTANY: return extension == ".ntf";
+    case FILE_ANYNOTEFILE: return database || templateFile || mailbox;
+    default: return false;
+    }
+}
+
+bool reportsDirectories(WORD mask)
+{
+    WORD type = mask & FILE_TYPEMASK;
+    return (mask & FILE_DIRS) || type == FILE_ANY || type == FILE_DIRSONLY;
+}
+
+// The matching entries below `directory`. ".." is never reported (as with
+// FILE_NOUPDIRS); unreadable subdirectories are passed over.
+void collectEntries(const fs::path& directory, const fs::path& root, WORD mask, std::vector<Entry>& out)
+{
+    std::error_code error;
+    for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
+        const fs::path& path = it->path();
+        bool isDirectory = it->is_directory(error);
+        bool selected = isDirectory ? reportsDirectories(mask)
+                                    : fileTypeSelects(mask & FILE_TYPEMASK, path.extension().string());
+        if (selected)
+            out.push_back({path.string(), path.lexically_relative(root).generic_string(), isDirectory});
+        if (isDirectory && (mask & FILE_RECURSE))
+            collectEntries(path, root, mask, out);
+    }
+}
+
+struct DatabaseFacts {
+    bool isDatabase = false;
+    DBID id{};
+    DBREPLICAINFO replica{};
+    char info[NSF_INFO_SIZE] = {};
+};
+
+// A file that does not open as a database is still reported, without $Info
+// and with zero identities: the search goes by name, as the server's does.
+DatabaseFacts readDatabaseFacts(const std::string& path)
+{
+    DatabaseFacts facts;
+    DBHANDLE db = NULLHANDLE;
+    if (impl::NSFDbOpen(path.c_str(), &db) != NOERROR)
+        return facts;
+    facts.isDatabase = impl::NSFDbIDGet(db, &facts.id) == NOERROR &&
+                       impl::NSFDbReplicaInfoGet(db, &facts.replica) == NOERROR &&
+                       impl::NSFDbInfoGet(db, facts.info) == NOERROR;
+    impl::NSFDbClose(db);
+    if (!facts.isDatabase)
+        facts = DatabaseFacts();
+    facts.info[NSF_INFO_SIZE - 1] = '\0';
+    return facts;
+}
+
+SEARCH_MATCH matchOf(const DatabaseFacts& facts, const TIMEDATE& modified)
+{
+    SEARCH_MATCH match;
+    std::memset(&match, 0, sizeof match);
+    match.ID.File = facts.id;
+    match.ID.Note = facts.replica.ID;
+    match.OriginatorID.File = modified;
+    match.OriginatorID.SequenceTime = facts.replica.ID;
+    match.SERetFlags = SE_FMATCH;
+    return match;
+}
+
+// File names are UTF-8 on disk and LMBCS in the API; a name that is not valid
+// UTF-8 is passed on as it is.
+std::string lmbcsOf(const std::string& text)
+{
+    std::string lmbcs;
+    return sim::utf8ToLmbcs(text, lmbcs) ? lmbcs : text;
+}
+
+std::vector<char> summaryOf(const Entry& entry, const DatabaseFacts& facts, const struct stat& status,
+                            const TIMEDATE& modified)
+{
+    sim::SummaryBuilder summary;
+    summary.addText("$TITLE", lmbcsOf(fs::path(entry.path).filename().string()));
+    summary.addText("$Path", lmbcsOf(sim::canonicalPathOf(entry.path)));
+    summary.addText("$Type", entry.directory ? "$DIR" : "$NOTEFILE");
+    summary.addTime("$Modified", modified);
+    summary.addNumber("$Length", static_cast<double>(status.st_size));
+    if (facts.isDatabase)
+        summary.addText("$Info", facts.info);
+    return summary.build();
+}
+
+STATUS reportEntry(const Entry& entry, WORD searchFlags, NSFSEARCHPROC routine, void* parameter)
+{
+    struct stat status;
+    if (stat(entry.path.c_str(), &status) != 0)
+        return NOERROR; // gone since the walk
+    TIMEDATE modified = sim::timedateFromUnix(status.st_mtim.tv_sec, static_cast<int>(status.st_mtim.tv_nsec / 10000000));
+    DatabaseFacts facts = entry.directory ? DatabaseFacts() : readDatabaseFacts(entry.path);
+    SEARCH_MATCH match = matchOf(facts, modified);
+    if (!(searchFlags & SEARCH_SUMMARY))
+        return routine(parameter, &match, nullptr);
+    std::vector<char> summary = summaryOf(entry, facts, status, modified);
+    match.SummaryLength = static_cast<WORD>(summary.size());
+    return routine(parameter, &match, reinterpret_cast<ITEM_TABLE*>(summary.data()));
+}
+
+} // namespace
+
+namespace sim {
+
+STATUS searchDirectory(const std::string& directory, WORD searchFlags, WORD fileTypeMask, NSFSEARCHPROC routine,
+                       void* parameter, TIMEDATE* retUntil)
+{
+    if (routine == nullptr)
+        return STS_BAD_ARGUMENT;
+    if (!knownFileType(fileTypeMask & FILE_TYPEMASK) || (fileTypeMask & FILE_LINKSONLY))
+        return STS_UNSUPPORTED;
+    std::error_code error;
+    if (!fs::is_directory(directory, error))
+        return ERR_NOT_DIRECTORY;
+    std::vector<Entry> entries;
+    collectEntries(directory, directory, fileTypeMask, entries);
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.relative < b.relative; });
+    for (const auto& entry : entries) {
+        STATUS status = reportEntry(entry, searchFlags, routine, parameter);
+        if (status != NOERROR)
+            return status;
+    }
+    if (retUntil != nullptr)
+        *retUntil = nowTimedate();
+    return NOERROR;
+}
+
+} // namespace sim
