@@ -152,11 +152,11 @@ void execute(sqlite3* db, const char* sql)
     check(sqlite3_exec(db, sql, nullptr, nullptr, nullptr));
 }
 
-// A write transaction, rolled back unless committed. IMMEDIATE takes the write lock
-// up front so two writers wait for each other instead of failing halfway.
+// A transaction, rolled back unless committed. Writers begin IMMEDIATE: taking the
+// write lock up front makes two writers wait for each other instead of failing halfway.
 class Transaction {
 public:
-    explicit Transaction(sqlite3* db) : db_(db) { execute(db, "BEGIN IMMEDIATE"); }
+    explicit Transaction(sqlite3* db, const char* begin = "BEGIN IMMEDIATE") : db_(db) { execute(db, begin); }
     ~Transaction()
     {
         if (!done_)
@@ -743,9 +743,14 @@ STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items,
     return status;
 }
 
-STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out)
+STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
+                          TIMEDATE& until)
 {
     return guarded([&] {
+        Transaction snapshot(db_, "BEGIN");
+        TIMEDATE now = nowTimedate();
+        TIMEDATE last = lastDataModified(db_);
+        until = timedateOrder(now) >= timedateOrder(last) ? now : last;
         std::string sql = std::string(kNoteColumns) + "WHERE (class & ?) != 0";
         if (!withDeleted)
             sql += " AND deleted = 0";
@@ -758,6 +763,7 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         out.clear();
         while (query.step())
             out.push_back(noteFromRow(query));
+        snapshot.commit();
     });
 }
 

@@ -122,8 +122,10 @@ public:
     // ID; every save stamps modified time, sequence and sequence time into `note`.
     STATUS saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how);
     // Notes of the class mask in note ID order: live ones, and stubs when asked; only
-    // those modified at or after `since` when given.
-    STATUS listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out);
+    // those modified at or after `since` when given. `until` receives the time to pass
+    // as the next `since`: every later change is stamped at or after it.
+    STATUS listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
+                     TIMEDATE& until);
 
     STATUS allocObject(DWORD size, WORD objectClass, WORD privileges, WORD type, DWORD& rrv);
     STATUS storeObject(const std::vector<char>& bytes, WORD objectClass, WORD type, DWORD& rrv);
