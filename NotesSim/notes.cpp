@@ -1,6 +1,7 @@
 // NSFNote* entry points: notes live in memory from create/open until update.
 #include <cstring>
 
+#include "idtables.h"
 #include "sim_core.h"
 #include "storage.h"
 
@@ -51,6 +52,13 @@ std::vector<char> expandedValue(const std::vector<char>& value)
     return expanded;
 }
 
+UNID unidOf(const NoteRecord& record)
+{
+    UNID unid;
+    std::memcpy(&unid, &record.oid, sizeof unid);
+    return unid;
+}
+
 STATUS openNote(DBHANDLE hDB, const std::shared_ptr<Storage>& storage, const NoteRecord& record, DWORD flags,
                 NOTEHANDLE* rethNote)
 {
@@ -60,14 +68,34 @@ STATUS openNote(DBHANDLE hDB, const std::shared_ptr<Storage>& storage, const Not
     STATUS status = storage->readItems(record.id, (flags & OPEN_SUMMARY) != 0, items);
     if (status != NOERROR)
         return status;
+    std::vector<NOTEID> responses;
+    if (flags & OPEN_RESPONSE_ID_TABLE)
+        status = storage->responsesOf(unidOf(record), responses);
+    if (status != NOERROR)
+        return status;
     auto note = std::make_shared<NoteObject>();
     note->database = hDB;
     note->record = record;
     note->modifiedWhenOpened = record.modified;
     for (const ItemRecord& item : items)
         addItem(*note, item.name, item.flags, (flags & OPEN_EXPAND) ? expandedValue(item.value) : item.value);
+    if (flags & OPEN_RESPONSE_ID_TABLE) {
+        note->responses = createIdTable();
+        for (NOTEID response : responses)
+            idTableInsert(note->responses, response);
+    }
     *rethNote = registerHandle(note);
     return NOERROR;
+}
+
+DWORD responseCount(const NoteObject& note)
+{
+    std::shared_ptr<Storage> storage;
+    std::vector<NOTEID> responses;
+    if (note.record.id == 0 || lookupStorage(note.database, storage) != NOERROR ||
+        storage->responsesOf(unidOf(note.record), responses) != NOERROR)
+        return 0;
+    return static_cast<DWORD>(responses.size());
 }
 
 STATUS openNoteById(DBHANDLE hDB, NOTEID NoteID, DWORD flags, NOTEHANDLE* rethNote)
@@ -202,6 +230,7 @@ STATUS impl::NSFNoteClose(NOTEHANDLE hNote)
     for (sim::NoteItem& item : note->items)
         sim::releaseItem(item);
     note->items.clear();
+    sim::releaseHandle(note->responses, sim::HandleKind::IdTable);
     sim::releaseHandle(hNote, sim::HandleKind::Note);
     return NOERROR;
 }
@@ -241,6 +270,12 @@ void impl::NSFNoteGetInfo(NOTEHANDLE hNote, WORD Member, void* ValuePtr)
         break;
     case _NOTE_ADDED_TO_FILE:
         sim::put(ValuePtr, record.addedToFile);
+        break;
+    case _NOTE_RESPONSE_COUNT:
+        sim::put(ValuePtr, sim::responseCount(*note));
+        break;
+    case _NOTE_RESPONSES:
+        sim::put<DHANDLE>(ValuePtr, note->responses);
         break;
     case _NOTE_PARENT_NOTEID:
         sim::put<NOTEID>(ValuePtr, sim::lookupStorage(note->database, storage) == NOERROR

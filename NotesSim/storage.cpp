@@ -714,6 +714,21 @@ STATUS Storage::readItems(NOTEID id, bool summaryOnly, std::vector<ItemRecord>& 
     });
 }
 
+STATUS Storage::responsesOf(const UNID& parent, std::vector<NOTEID>& out)
+{
+    return guarded([&] {
+        // A $REF value is its type word, a LIST header, then the parent's UNID.
+        Statement query(db_,
+                        "SELECT DISTINCT items.note_id FROM items JOIN notes ON notes.note_id = items.note_id"
+                        " WHERE notes.deleted = 0 AND CAST(items.name AS TEXT) = '$REF' COLLATE NOCASE"
+                        " AND substr(items.value, 5, 16) = ? ORDER BY items.note_id");
+        query.bindBlob(1, &parent, sizeof parent);
+        out.clear();
+        while (query.step())
+            out.push_back(static_cast<NOTEID>(query.integer(0)));
+    });
+}
+
 STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how)
 {
     NoteRecord saved = note;

@@ -118,6 +118,8 @@ public:
     // ERR_NOT_FOUND when unknown.
     STATUS findNoteByUnid(const UNID& unid, NoteRecord& out);
     STATUS readItems(NOTEID id, bool summaryOnly, std::vector<ItemRecord>& out);
+    // Live notes whose $REF names `parent`, in note ID order.
+    STATUS responsesOf(const UNID& parent, std::vector<NOTEID>& out);
     // Writes the note and its items in one transaction: a new note (id 0) gets its note
     // ID; every save stamps modified time, sequence and sequence time into `note`.
     STATUS saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how);
@@ -164,6 +166,7 @@ struct NoteObject : HandleObject {
     NoteRecord record;
     TIMEDATE modifiedWhenOpened{};
     std::vector<NoteItem> items;
+    DHANDLE responses = NULLHANDLE; // ID table, made by OPEN_RESPONSE_ID_TABLE
 };
 
 // The database behind a handle: NULLHANDLE gives ERR_NULL_DBHANDLE, an unknown one

@@ -1,5 +1,6 @@
 // Database files: creation, persistence, descriptive data, paths and bad input.
-#include <sys/stat.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
 #include "sim_storage_fixture.h"
 
@@ -73,8 +74,6 @@ TEST_F(StorageDatabase, PropertiesSurviveCloseAndReopen)
 TEST_F(StorageDatabase, CreateRefusesAnExistingFileUnlessForced)
 {
     DBHANDLE db = createAndOpen("twice.nsf");
-    DBREPLICAINFO first{};
-    NSFDbReplicaInfoGet(db, &first);
     saveTextNote(db, "old");
     NSFDbClose(db);
 
@@ -83,9 +82,6 @@ TEST_F(StorageDatabase, CreateRefusesAnExistingFileUnlessForced)
     db = open("twice.nsf");
     NOTEHANDLE note = NULLHANDLE;
     EXPECT_EQ(NSFNoteOpen(db, 4, 0, &note), ERR_INVALID_NOTE) << "a forced creation starts empty";
-    DBREPLICAINFO second{};
-    NSFDbReplicaInfoGet(db, &second);
-    EXPECT_EQ(infoOf(db), "");
     NSFDbClose(db);
 }
 
@@ -237,6 +233,11 @@ TEST_F(StorageDatabase, BadFilesAndHandlesGiveStatuses)
     EXPECT_EQ(NSFDbOpen("text.nsf", &db), ERR_NOT_NSF);
     writeFile(dataDir + "/empty.nsf", "");
     EXPECT_EQ(NSFDbOpen("empty.nsf", &db), ERR_NOT_NSF);
+    sqlite3* foreign = nullptr;
+    ASSERT_EQ(sqlite3_open((dataDir + "/foreign.nsf").c_str(), &foreign), SQLITE_OK);
+    sqlite3_exec(foreign, "CREATE TABLE t(x)", nullptr, nullptr, nullptr);
+    sqlite3_close(foreign);
+    EXPECT_EQ(NSFDbOpen("foreign.nsf", &db), ERR_NOT_NSF) << "an SQLite file that is not one of our databases";
 
     DBHANDLE live = createAndOpen("live.nsf");
     ASSERT_EQ(NSFDbClose(live), NOERROR);

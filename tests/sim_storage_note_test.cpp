@@ -364,7 +364,7 @@ TEST_F(StorageNote, DefaultNoteOfAClassOpensThroughTheSpecialId)
     EXPECT_EQ(noteClass, NOTE_CLASS_FORM);
 }
 
-TEST_F(StorageNote, ResponseNamesItsParent)
+TEST_F(StorageNote, ResponseAndParentFindEachOther)
 {
     NOTEID parent = saveTextNote(db, "parent");
     NOTEHANDLE note = reopen(parent);
@@ -376,7 +376,17 @@ TEST_F(StorageNote, ResponseNamesItsParent)
     note = newNote(db);
     append(note, "$REF", TYPE_NOTEREF_LIST, ref.data(), static_cast<DWORD>(ref.size()));
     EXPECT_EQ(info<NOTEID>(note, _NOTE_PARENT_NOTEID), parent);
+    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+    NOTEID response = info<NOTEID>(note, _NOTE_ID);
     NSFNoteClose(note);
+
+    note = reopen(parent, OPEN_RESPONSE_ID_TABLE);
+    EXPECT_EQ(info<DWORD>(note, _NOTE_RESPONSE_COUNT), 1u);
+    DHANDLE responses = info<DHANDLE>(note, _NOTE_RESPONSES);
+    EXPECT_EQ(IDEntries(responses), 1u);
+    EXPECT_TRUE(IDIsPresent(responses, response));
+    NSFNoteClose(note);
+    EXPECT_EQ(IDEntries(responses), 0u) << "the table goes with the note";
 }
 
 TEST_F(StorageNote, BadHandlesGiveStatuses)
@@ -397,20 +407,4 @@ TEST_F(StorageNote, BadHandlesGiveStatuses)
     NSFNoteClose(orphan);
     EXPECT_EQ(NSFNoteOpen(db, 0x400, 0, &orphan), ERR_INVALID_NOTE);
     NSFNoteClose(note);
-}
-
-TEST_F(StorageNote, TwoHandlesOnOneDatabaseSeeEachOthersNotes)
-{
-    DBHANDLE second = open("notes.nsf");
-    NOTEID fromFirst = saveTextNote(db, "first");
-    NOTEID fromSecond = saveTextNote(second, "second");
-    EXPECT_NE(fromFirst, fromSecond);
-    NOTEHANDLE note = NULLHANDLE;
-    ASSERT_EQ(NSFNoteOpen(second, fromFirst, 0, &note), NOERROR);
-    EXPECT_EQ(text(note, "Subject"), "first");
-    NSFNoteClose(note);
-    note = reopen(fromSecond);
-    EXPECT_EQ(text(note, "Subject"), "second");
-    NSFNoteClose(note);
-    NSFDbClose(second);
 }

@@ -1,4 +1,6 @@
 // NSFSearch over a database: class mask, time limits, summaries, stopping, directories.
+#include <unistd.h>
+
 #include "sim_storage_fixture.h"
 #include "summary.h"
 
