@@ -119,6 +119,3 @@ BENCHMARK(BM_InsertSequentialNoteIds)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_InsertRandomIds)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IsPresent)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ScanAll)->Unit(benchmark::kMillisecond);
-
-// The one main of the benchmark binary.
-BENCHMARK_MAIN();
