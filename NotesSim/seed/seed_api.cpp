@@ -48,6 +48,19 @@ TIMEDATE timedateOfUnix(long long seconds)
     return value;
 }
 
+Runtime::Runtime(const std::string& programDir, const std::string& iniPath)
+{
+    std::string program = programDir;
+    std::string ini = "=" + iniPath;
+    char* argv[] = {program.data(), ini.data(), nullptr};
+    check(NotesInitExtended(2, argv), "NotesInitExtended(" + iniPath + ")");
+}
+
+Runtime::~Runtime()
+{
+    NotesTerm();
+}
+
 Database::Database(const std::string& path, WORD dbClass) : path_(path)
 {
     check(NSFDbCreate(path.c_str(), dbClass, TRUE), "NSFDbCreate(" + path + ")");

@@ -23,6 +23,15 @@ void check(STATUS status, const std::string& call);
 // A moment as seconds since 1970-01-01 GMT, stamped GMT (the seeded runtime runs in GMT).
 TIMEDATE timedateOfUnix(long long seconds);
 
+// The runtime of this process, started on the seeded notes.ini.
+class Runtime {
+public:
+    Runtime(const std::string& programDir, const std::string& iniPath);
+    ~Runtime();
+    Runtime(const Runtime&) = delete;
+    Runtime& operator=(const Runtime&) = delete;
+};
+
 class Database {
 public:
     // Creates (overwriting) and opens the database at `path`, relative to the data directory.

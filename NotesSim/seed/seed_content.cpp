@@ -42,7 +42,11 @@ std::string lowered(std::string text)
 
 } // namespace
 
-Content::Content(unsigned seed) : random_(seed) {}
+Content::Content(unsigned seed, unsigned stream)
+{
+    std::seed_seq sequence{seed, stream};
+    random_.seed(sequence);
+}
 
 int Content::between(int low, int high)
 {

@@ -23,7 +23,8 @@ struct Person {
 
 class Content {
 public:
-    explicit Content(unsigned seed);
+    // One stream of content per (seed, stream) pair, independent of every other stream.
+    Content(unsigned seed, unsigned stream);
 
     // `count` people with distinct names and short names in organisation `org`.
     std::vector<Person> people(size_t count, const std::string& org, const std::string& mailDomain);

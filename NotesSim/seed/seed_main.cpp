@@ -8,7 +8,6 @@
 #include <fstream>
 
 #include "seeder.h"
-#include "sim_core.h"
 
 namespace fs = std::filesystem;
 
@@ -52,19 +51,14 @@ std::string makeScratchDir()
 
 seed::Totals seedDataDirectory(const seed::Options& options)
 {
-    std::string ini = "=" + writeNotesIni(options);
-    std::string program = options.dataDir;
-    char* argv[] = {program.data(), ini.data(), nullptr};
-    seed::check(NotesInitExtended(2, argv), "NotesInitExtended");
+    std::string ini = writeNotesIni(options);
     std::string scratch = makeScratchDir();
     try {
-        seed::Totals totals = seed::Seeder(options, scratch).run();
+        seed::Totals totals = seed::Seeder(options, ini, scratch).run();
         fs::remove_all(scratch);
-        NotesTerm();
         return totals;
     } catch (...) {
         fs::remove_all(scratch);
-        NotesTerm();
         throw;
     }
 }

@@ -2,12 +2,14 @@
 #ifndef HYSEED_SEEDER_H
 #define HYSEED_SEEDER_H
 
-#include <memory>
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
-#include "seed_api.h"
 #include "seed_content.h"
+#include "seed_mail.h"
+#include "seed_writer.h"
 
 namespace seed {
 
@@ -27,51 +29,34 @@ struct Options {
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 const char* usage();
 
-struct Totals {
-    size_t files = 0;
-    size_t notes = 0;
-};
-
-struct Column {
-    std::string item;
-    std::string title;
-};
-
-// Writes the databases of the data directory through the started runtime.
+// Writes the databases of a data directory whose notes.ini is in place. Mail
+// files are written by worker processes, each with a runtime of its own, so
+// that the waits of one process for the disk overlap the work of the others.
 class Seeder {
 public:
-    Seeder(const Options& options, const std::string& scratchDir);
+    Seeder(const Options& options, const std::string& iniPath, const std::string& scratchDir);
     Totals run();
 
 private:
-    void prepareAttachmentSources();
-    void stampClock();
-    TIMEDATE nextReplicaId();
-    std::unique_ptr<Database> newDatabase(const std::string& path, const std::string& info, WORD dbClass,
-                                          const TIMEDATE& replicaId);
-    void save(Note& note);
-    void writeView(Database& db, const std::string& title, const std::string& flags,
-                   const std::vector<Column>& columns);
-    void writeDirectory(const std::vector<Person>& people);
-    void writeOddPeople(Database& names, const std::vector<Person>& people);
-    void writeServerAndGroup(Database& names, const std::vector<Person>& people);
-    void writeMailFile(const Person& owner, const std::string& path, const TIMEDATE& replicaId,
-                       const std::vector<Person>& people, size_t messages);
-    std::string correspondent(const std::vector<Person>& people);
-    void writeMemo(Database& db, const Person& owner, const std::vector<Person>& people);
-    void writeAttachments(Note& memo, long long posted);
-    void writeApplication(const std::string& path, const std::string& info, WORD dbClass, size_t documents);
-    void writeApplications();
-    void writeExtraDirectories();
+    std::vector<MailJob> planMailFiles(const std::vector<Person>& people);
+    pid_t startWorker(size_t worker, size_t workers, const std::vector<MailJob>& jobs,
+                      const std::vector<Person>& people, int& totalsPipe);
+    Totals writeMailFiles(size_t worker, size_t workers, const std::vector<MailJob>& jobs,
+                          const std::vector<Person>& people);
+    void writeDirectory(Writer& writer, const std::vector<Person>& people);
+    void writeOddPeople(Writer& writer, Database& names, const std::vector<Person>& people);
+    void writeServerAndGroup(Writer& writer, Database& names, const std::vector<Person>& people);
+    void writeApplication(Writer& writer, const std::string& path, const std::string& info, WORD dbClass,
+                          size_t documents);
+    void writeApplications(Writer& writer);
 
     Options options_;
-    Content content_;
-    std::string org_;
+    std::string iniPath_;
     std::string scratchDir_;
-    std::vector<std::string> attachmentSources_;
+    std::string org_;
     long long reference_; // the seeded "now": every generated time lies before it
-    long long clockTick_ = 0;
-    Totals totals_;
+    Content content_;     // people, replica IDs and everything outside the mail files
+    std::vector<std::vector<char>> attachmentData_;
 };
 
 } // namespace seed

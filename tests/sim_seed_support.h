@@ -1,0 +1,73 @@
+// Seeded data directories for the simulated runtime's tests: runs the seeding
+// tool next to the test binary and starts the runtime on its result.
+#ifndef HYSIM_SEED_SUPPORT_H
+#define HYSIM_SEED_SUPPORT_H
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "sim_core.h"
+
+namespace seed_test {
+
+// <build>/tests/sim_tests -> <build>/NotesSim/hyln-seed
+inline std::string seederPath()
+{
+    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
+    return (self.parent_path().parent_path() / "NotesSim" / "hyln-seed").string();
+}
+
+inline std::string freshDirectory(const std::string& tag)
+{
+    std::filesystem::path base = std::filesystem::temp_directory_path() / "hysim-seed";
+    std::filesystem::create_directories(base);
+    std::string pattern = (base / (tag + "-XXXXXX")).string();
+    if (mkdtemp(pattern.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    return pattern;
+}
+
+struct SeedRun {
+    int exitCode = -1;
+    std::string output; // stdout and stderr
+};
+
+inline SeedRun runSeeder(const std::string& arguments)
+{
+    SeedRun run;
+    std::string command = seederPath() + " " + arguments + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr)
+        return run;
+    char buffer[512];
+    while (fgets(buffer, sizeof buffer, pipe) != nullptr)
+        run.output += buffer;
+    int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+// Seeds a new (empty) directory and returns it.
+inline std::string seededDirectory(const std::string& tag, const std::string& arguments)
+{
+    std::string dir = freshDirectory(tag);
+    SeedRun run = runSeeder("--dir " + dir + " " + arguments);
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    return dir;
+}
+
+inline STATUS startRuntimeOn(const std::string& dataDir)
+{
+    std::string program = dataDir;
+    std::string ini = "=" + dataDir + "/notes.ini";
+    char* argv[] = {program.data(), ini.data(), nullptr};
+    return NotesInitExtended(2, argv);
+}
+
+} // namespace seed_test
+
+#endif
