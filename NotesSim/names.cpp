@@ -118,7 +118,7 @@ std::string canonicalName(const std::string& name, const std::string& templateNa
     if (std::any_of(parts.begin(), parts.end(), [](const std::string& p) { return p.empty(); }))
         return name;
     if (!completeFromTemplate)
-        return joined(parts.size() == 1 ? parts : labelled(parts));
+        return joined(labelled(parts));
     std::vector<std::string> tail = templateTail(templateName);
     if (tail.empty())
         return joined(parts);
@@ -473,6 +473,8 @@ STATUS impl::NAMELookup2(const char* ServerName, DWORD Flags, WORD NumNameSpaces
         return sim::STS_SERVER_NOT_RESPONDING;
     std::vector<NameSpace> nameSpaces(NumNameSpaces);
     std::vector<std::string> spaceNames = packedTexts(NameSpaces, NumNameSpaces);
+    for (const auto& space : spaceNames)
+        sim::traceDetail(space);
     for (size_t i = 0; i < spaceNames.size(); ++i)
         if (!nameSpaceOf(spaceNames[i], nameSpaces[i]))
             return kNoSuchNameSpace;
@@ -546,6 +548,7 @@ STATUS impl::DNCanonicalize(DWORD Flags, const char* TemplateName, const char* I
     (void)Flags;
     if (InName == nullptr || OutName == nullptr || OutSize == 0)
         return sim::STS_BAD_ARGUMENT;
+    sim::traceDetail(InName);
     std::string templateName = TemplateName != nullptr ? TemplateName : sim::localServerName();
     std::string result = canonicalName(InName, templateName);
     size_t count = std::min<size_t>(result.size(), OutSize - 1u);
@@ -562,6 +565,7 @@ STATUS impl::MailLookupAddress(char* UserName, char* MailAddress)
 {
     if (UserName == nullptr || MailAddress == nullptr)
         return sim::STS_BAD_ARGUMENT;
+    sim::traceDetail(UserName);
     std::vector<std::vector<Person>> directories;
     STATUS status = readDirectories({}, directories);
     if (status != NOERROR)
