@@ -5,6 +5,7 @@
 #include <string>
 
 #include "HYLNTool_Database.h"
+#include "support/domino_fixture.h"
 #include "support/test_support.h"
 
 using namespace hyln_test;
@@ -277,6 +278,28 @@ TEST_F(OpenDatabase, CanonicalNameNeedsAnOwnerAndReportsLookupFailures)
     EXPECT_EQ(canonical, "kept");
     expectOnlyLine("GetCanonicalName", -1, format3("Failed to fetch Canonical name for database %s. error (%d) %s",
                                                    "info.nsf", 0x1105, error.GetMessage()));
+}
+
+// A runtime whose directory knows one person, in a mail domain.
+class CanonicalName : public LibraryTest {
+protected:
+    void SetUp() override
+    {
+        LibraryTest::SetUp();
+        std::string dataDir = makeTempDir("canonical");
+        writeNotesIni(dataDir, kServer, "Domain=HyOrg\n");
+        startRuntime(dataDir);
+        addPeople({{{"CN=Jane Doe/O=HyOrg", "Jane Doe"}, "mail/jdoe.nsf"}});
+    }
+};
+
+TEST_F(CanonicalName, IsTheOwnersAddressWithoutItsDomain)
+{
+    HyLNDatabase mailFile("mail/jdoe.nsf", kServer);
+    mailFile.userName = "Jane Doe";
+    std::string canonical;
+    ASSERT_FALSE(mailFile.GetCanonicalName(canonical).IsErrorSet());
+    EXPECT_EQ(canonical, "CN=Jane Doe/O=HyOrg");
 }
 
 } // namespace
