@@ -24,6 +24,11 @@ int entryIndex(const char* name)
     return -1;
 }
 
+bool isStatusType(const char* returnType)
+{
+    return std::strcmp(returnType, "STATUS") == 0;
+}
+
 } // namespace sim
 
 namespace {
@@ -41,7 +46,7 @@ R firedFault(const sim::FaultDecision& fault, const char* name)
 
 #define HY_ENTRY(ret, name, params, args)                                          \
     namespace impl {                                                               \
-    __attribute__((weak)) ret name params { return sim::notProvided<ret>(#name); } \
+    __attribute__((weak)) ret name params { return sim::notProvided<ret>(#name, sim::isStatusType(#ret)); } \
     }                                                                              \
     HYSIM_EXPORT ret name params                                                   \
     {                                                                              \

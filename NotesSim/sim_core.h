@@ -54,6 +54,8 @@ static_assert(kEntryCount == 123, "the API list must hold 123 entry points");
 extern const char* const kEntryNames[kEntryCount];
 // Index of an entry name, or -1.
 int entryIndex(const char* name);
+// Whether a return type, as the entry list spells it, is a STATUS.
+bool isStatusType(const char* returnType);
 
 // All API calls are serialised; callbacks may re-enter on the same thread.
 std::recursive_mutex& apiMutex();
@@ -107,11 +109,18 @@ R statusAs(STATUS status)
         return static_cast<R>(status);
 }
 
-// The default of every entry point until the simulation provides it.
+// The default of every entry point until the simulation provides it: STATUS
+// functions fail with their own "does not provide" code; functions answering a
+// BOOL, a length or a pointer answer FALSE, 0 or null, which is their failure.
 template <class R>
-R notProvided(const char* name)
+R notProvided(const char* name, bool returnsStatus)
 {
-    return statusAs<R>(static_cast<STATUS>(STS_NOT_PROVIDED_BASE + entryIndex(name)));
+    if constexpr (std::is_void_v<R>)
+        return;
+    else if (returnsStatus)
+        return statusAs<R>(static_cast<STATUS>(STS_NOT_PROVIDED_BASE + entryIndex(name)));
+    else
+        return R{};
 }
 
 } // namespace sim

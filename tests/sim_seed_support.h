@@ -14,11 +14,9 @@
 
 namespace seed_test {
 
-// <build>/tests/sim_tests -> <build>/NotesSim/hyln-seed
 inline std::string seederPath()
 {
-    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    return (self.parent_path().parent_path() / "NotesSim" / "hyln-seed").string();
+    return HYLN_TEST_SEEDER;
 }
 
 inline std::string freshDirectory(const std::string& tag)
