@@ -1,7 +1,12 @@
 #include "HYLNTool_NotesUtilities.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
 #include <vector>
 
 #include "HYLNTool_HostInterface.h"
@@ -371,4 +376,576 @@ void DbMigrateCriteria::dumpMigrationCriteria()
     HYLN_LOG(0, "MessageBodySize = %d", MessageBodySize);
     HYLN_LOG(0, "AttachmentSize = %d", AttachmentSize);
     HYLN_LOG(0, "AttachmentNumbers = %d", AttachmentNumbers);
+}
+
+// ---------------------------------------------------------------------------
+// Mailbox discovery
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const char kPeopleNameSpace[] = "$PEOPLE";
+// Two NUL-terminated item names back to back; item 0 is always MailFile.
+const char kMailFileAndFullName[] = "MailFile\0FullName";
+const char kMailFileOnly[] = "MailFile";
+const DWORD kLookupAllExhaustiveUpdate = 0x0121;
+const size_t kMailFilePathBuffer = 513;
+const size_t kFullNameBuffer = 1024;
+
+// The directory query one overload froze on its first call.
+struct FrozenLookup {
+    WORD numNameSpaces;
+    WORD numNames;
+    WORD numLookupItems;
+    const char* nameSpaces;
+    const char* lookupItems;
+};
+
+// Calls `onEntry(path, fullName)` for every person entry with a text MailFile;
+// stops early when it returns false. Lookup failures are stored in `status`.
+template <class EntryHandler>
+void walkMailboxes(const std::string& server, const FrozenLookup& query, bool fetchFullName,
+                   HyLNError& status, EntryHandler onEntry)
+{
+    HYLN_LOG_AS("DiscoverMailboxes", 0, "Discovering databases for server = %s\n", server.c_str());
+    DHANDLE lookupHandle = NULLHANDLE;
+    STATUS error = HY_NAMELookup2(server.c_str(), kLookupAllExhaustiveUpdate, query.numNameSpaces,
+                                  query.nameSpaces, query.numNames, "", query.numLookupItems,
+                                  query.lookupItems, &lookupHandle);
+    if (error != NOERROR) {
+        status.SetError(error);
+        HYLN_LOG_AS("DiscoverMailboxes", 0, "NameLokup failed for Instance %s, error (%d) %s", server.c_str(),
+                    error, status.GetMessage().c_str());
+        return;
+    }
+    void* lookup = HY_OSLockObject(lookupHandle);
+    // The match count is written as a DWORD.
+    DWORD matchCount = 0;
+    void* name = HY_NAMELocateNextName2(lookup, nullptr, &matchCount);
+    HYLN_LOG_AS("DiscoverMailboxes", 0,
+                "Found [%d] users (each will usually have one corresponding mail database file.)",
+                static_cast<int>(matchCount));
+    void* match = nullptr;
+    for (DWORD index = 0; index < matchCount; ++index) {
+        match = HY_NAMELocateNextMatch2(lookup, name, match);
+        WORD dataType = 0;
+        WORD size = 0;
+        const char* value = static_cast<const char*>(HY_NAMELocateItem2(match, 0, &dataType, &size));
+        if (value == nullptr) {
+            HYLN_LOG_AS("DiscoverMailboxes", 0, "Warning: found a mail file equal to NULL. Entry will be skipped.\n");
+            continue;
+        }
+        if (dataType != TYPE_TEXT) {
+            HYLN_LOG_AS("DiscoverMailboxes", 0,
+                        "Warning: unrecognized data type for a mail file entry. Entry will be skipped.");
+            continue;
+        }
+        char path[kMailFilePathBuffer] = {0};
+        // Values longer than the buffer are cut; everything that fits is copied as it is.
+        size_t length = size >= sizeof(WORD) ? std::min<size_t>(size - sizeof(WORD), sizeof path - 1) : 0;
+        std::memcpy(path, value + sizeof(WORD), length);
+        char fullName[kFullNameBuffer] = {0};
+        if (fetchFullName && HY_NAMEGetTextItem2(match, 1, 0, fullName, kFullNameBuffer - 1) != NOERROR) {
+            HYLN_LOG_AS("DiscoverMailboxes", 0, "Failed to get Canonical Name for the mail database %s", path);
+            fullName[0] = '\0';
+        }
+        if (!onEntry(path, fullName))
+            break;
+    }
+    HY_OSUnlockObject(lookupHandle);
+    HY_OSMemFree(lookupHandle);
+}
+
+} // namespace
+
+void HyLNUtilities::InitializeMBLookup(MailboxLookupStruct& lookup, bool fetchFullName)
+{
+    lookup.NumNameSpaces = 1;
+    lookup.NumNames = 1;
+    lookup.NumLookupItems = fetchFullName ? 2 : 1;
+    lookup.NameSpaces = kPeopleNameSpace;
+    lookup.LookupItems = fetchFullName ? kMailFileAndFullName : kMailFileOnly;
+    lookup.FetchFullName = fetchFullName;
+}
+
+HyLNError HyLNUtilities::DiscoverMailboxes(std::string server, void* result, MailboxLookupStruct& lookup)
+{
+    // Frozen by the first call of this overload for the life of the process.
+    static const WORD NUM_NAMESPACES = static_cast<WORD>(lookup.NumNameSpaces);
+    static const WORD NUM_NAMES = static_cast<WORD>(lookup.NumNames);
+    static const WORD NUM_LOOKUPITEMS = static_cast<WORD>(lookup.NumLookupItems);
+    static const char* const USER_NAMESSPACE = lookup.NameSpaces;
+    static const char* const MAIL_LOOKUPITEMS = lookup.LookupItems;
+    const FrozenLookup query{NUM_NAMESPACES, NUM_NAMES, NUM_LOOKUPITEMS, USER_NAMESSPACE, MAIL_LOOKUPITEMS};
+
+    HyLNError status;
+    const bool fetchFullName = lookup.FetchFullName;
+    walkMailboxes(server, query, fetchFullName, status, [&](const char* path, const char* fullName) {
+        if (fetchFullName)
+            static_cast<std::map<std::string, std::string>*>(result)->emplace(path, fullName);
+        else
+            static_cast<std::set<std::string>*>(result)->insert(path);
+        return true;
+    });
+    return status;
+}
+
+HyLNError HyLNUtilities::DiscoverMailboxes(std::string server, void* result, MailboxLookupStruct& lookup,
+                                           bool quickList)
+{
+    // Frozen by the first call of this overload for the life of the process.
+    static const WORD NUM_NAMESPACES = static_cast<WORD>(lookup.NumNameSpaces);
+    static const WORD NUM_NAMES = static_cast<WORD>(lookup.NumNames);
+    static const WORD NUM_LOOKUPITEMS = static_cast<WORD>(lookup.NumLookupItems);
+    static const char* const USER_NAMESSPACE = lookup.NameSpaces;
+    static const char* const MAIL_LOOKUPITEMS = lookup.LookupItems;
+    const FrozenLookup query{NUM_NAMESPACES, NUM_NAMES, NUM_LOOKUPITEMS, USER_NAMESSPACE, MAIL_LOOKUPITEMS};
+
+    HyLNError status;
+    auto* reported = static_cast<std::set<std::string>*>(result);
+    walkMailboxes(server, query, lookup.FetchFullName, status, [&](char* path, const char* fullName) {
+        HYLN_LOG_AS("DiscoverMailboxes", 4, "Checking session status....");
+        if (!quickList && CheckConnection()) {
+            HYLN_LOG_AS("DiscoverMailboxes", 0,
+                        "Warning: detected a session disconnection (e.g. user may have hit cancel during "
+                        "discovery.) Aborting discovery.");
+            return false;
+        }
+        // The host learns of single failures from the log; the result is the last entry's.
+        status = ProcessDatabase(path, std::string(fullName), reported, quickList);
+        if (status.IsErrorSet())
+            HYLN_LOG_AS("DiscoverMailboxes", 0, "Database [%s] will be skipped. reason %d - %s", path,
+                        status.GetErrorCode(), status.GetMessage().c_str());
+        return true;
+    });
+    return status;
+}
+
+// ---------------------------------------------------------------------------
+// Database record and reporting
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const size_t kRecordBuffer = 3072;
+const size_t kTranslatedBuffer = 513;
+const char kFieldSeparator = 0x12;
+const char kTailSeparator = 0x15;
+
+void formatRecord(char (&record)[kRecordBuffer], const char* path, const char* title, const TIMEDATE& replicaId,
+                  const std::string& ownerName, bool quickList)
+{
+    if (quickList)
+        snprintf(record, sizeof record, "%s%c%s", path, kFieldSeparator, title);
+    else
+        snprintf(record, sizeof record, "%s%c%s%c%s%c%X:%08X%c%s", path, kFieldSeparator, title, kFieldSeparator,
+                 "($All)", kTailSeparator, replicaId.Innards[1], replicaId.Innards[0], kTailSeparator,
+                 ownerName.c_str());
+}
+
+// The path as far as its first ".nsf": mail/a.nsf and mail/a.nsf.bak are one database.
+std::string deduplicationKey(const char* translatedPath)
+{
+    std::string key(translatedPath, strnlen(translatedPath, kTranslatedBuffer - 1));
+    return key.substr(0, key.find(".nsf"));
+}
+
+} // namespace
+
+HyLNError HyLNUtilities::ProcessDatabase(char const* path, std::string ownerName, std::set<std::string>* reported,
+                                         bool quickList)
+{
+    HyLNError status;
+    if (path == nullptr || reported == nullptr) {
+        HYLN_LOG(0, "Error: invalid parameters passed in.");
+        status.SetCustomMessage(std::string("invalid parameters passed to ProcessDatabase()"));
+        return status;
+    }
+    // The caller's buffer is rewritten in place and sees the change.
+    char* dbPath = const_cast<char*>(path);
+    std::replace(dbPath, dbPath + std::strlen(dbPath), '\\', '/');
+    if (std::strstr(dbPath, "\\\\") != nullptr || std::strchr(dbPath, ':') != nullptr) {
+        HYLN_LOG(0, "Filtering non-linked, external mailbox: [%s].", dbPath);
+        return status;
+    }
+    // This handle stays open on every path.
+    DBHANDLE database = NULLHANDLE;
+    STATUS error = HY_NSFDbOpen(dbPath, &database);
+    if (error != NOERROR) {
+        status.SetError(error);
+        HYLN_LOG(0,
+                 "Error: unable to get mail file handle for: [%s]. NSFDbOpen(...) returned: [%d]. Resulting error "
+                 "string: [%s].",
+                 dbPath, error, status.GetMessage().c_str());
+        return status;
+    }
+    HYLN_LOG(3, "Retrieving mailfile database information buffer for [%s] from Domino....", dbPath);
+    char info[NSF_INFO_SIZE] = {0};
+    error = HY_NSFDbInfoGet(database, info);
+    if (error != NOERROR) {
+        status.SetError(error);
+        HYLN_LOG(0,
+                 "Error: unable to get database information for: [%s]. NSFDbInfoGet(...) returned: [%d]. Resulting "
+                 "error string: [%s].",
+                 dbPath, error, status.GetMessage().c_str());
+        return status;
+    }
+    HYLN_LOG(3, "Retrieving mailfile database title for [%s]....", dbPath);
+    char title[NSF_INFO_SIZE] = {0};
+    HY_NSFDbInfoParse(info, INFOPARSE_TITLE, title, NSF_INFO_SIZE - 1);
+    char translatedTitle[kTranslatedBuffer] = {0};
+    if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, static_cast<WORD>(std::strlen(title)), translatedTitle,
+                       kTranslatedBuffer) == 0) {
+        HYLN_LOG(0, "DBTitle OSTranslate failed on: [%s]", title);
+        status.SetCustomMessage(std::string("OSTranslate failed on DBTitle"));
+        return status;
+    }
+    char translatedPath[kTranslatedBuffer] = {0};
+    if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, dbPath, static_cast<WORD>(std::strlen(dbPath)), translatedPath,
+                       kTranslatedBuffer) == 0) {
+        HYLN_LOG(0, "DBName OSTranslate failed on: [%s]", dbPath);
+        status.SetCustomMessage(std::string("OSTranslate failed on DBName"));
+        return status;
+    }
+    auto replicaInfo = std::make_unique<DBREPLICAINFO>();
+    error = HY_NSFDbReplicaInfoGet(database, replicaInfo.get());
+    if (error != NOERROR) {
+        status.SetError(error);
+        HYLN_LOG(0, "Failed to fetch ReplicaID for database %s. error %d - %s", translatedPath, error,
+                 status.GetMessage().c_str());
+        return status;
+    }
+    // Named by its title, not its path.
+    HYLN_LOG(3, "Replica ID of database %s is %X:%08X", translatedTitle, replicaInfo->ID.Innards[1],
+             replicaInfo->ID.Innards[0]);
+    char record[kRecordBuffer] = {0};
+    formatRecord(record, translatedPath, translatedTitle, replicaInfo->ID, ownerName, quickList);
+    HYLN_LOG(3, "Sending = %s", record);
+    replicaInfo.reset();
+    if (!reported->insert(deduplicationKey(translatedPath)).second)
+        return status;
+    if (SendDBMessage(record)) {
+        HYLN_LOG(0, "Error: failure in sending database information to HyServer.");
+        status.SetCustomMessage(std::string("Failed to send DB information to HS"));
+    } else {
+        HYLN_LOG(3, "Returned database: [%s] to HyServer.", record);
+    }
+    return status;
+}
+
+// ---------------------------------------------------------------------------
+// Database discovery in a data directory
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const WORD kFileSearchFlags = SEARCH_SUMMARY | SEARCH_FILETYPE;
+// Every database, template and mailbox file of the tree (FILE_NOUPDIRS | FILE_RECURSE | FILE_ANYNOTEFILE).
+const WORD kAnyNoteFileRecursive = 0x600A;
+const size_t kPathBuffer = 1024;
+
+// Translates `text` with `mode` into `out`; false when the runtime reports failure.
+bool translateInto(WORD mode, const std::string& text, char (&out)[kPathBuffer])
+{
+    return HY_OSTranslate(mode, text.c_str(), static_cast<WORD>(text.size()), out, kPathBuffer) != 0;
+}
+
+void copyInto(const std::string& text, char (&out)[kPathBuffer])
+{
+    std::memset(out, 0, sizeof out);
+    std::strncpy(out, text.c_str(), sizeof out - 1);
+}
+
+STATUS searchFiles(DBHANDLE directory, TIMEDATE* since, NSFSEARCHPROC routine, void* context)
+{
+    TIMEDATE until;
+    return HY_NSFSearch(directory, NULLHANDLE, nullptr, kFileSearchFlags, kAnyNoteFileRecursive, since, routine,
+                        context, &until);
+}
+
+} // namespace
+
+HyLNError HyLNUtilities::DiscoverDatabases(std::string dataDirectory, std::set<std::string>* databases,
+                                           unsigned short (*callback)(void*, SEARCH_MATCH*, ITEM_TABLE*))
+{
+    HyLNError status;
+    if (dataDirectory.empty()) {
+        HYLN_LOG(0, "%s() - Error: empty or NULL Notes Data path.\n", "DiscoverDatabases");
+        return status;
+    }
+    char directory[kPathBuffer] = {0};
+    if (!translateInto(OS_TRANSLATE_UTF8_TO_LMBCS, dataDirectory, directory)) {
+        HYLN_LOG(0, "OSTranslate failed on dir: %s", dataDirectory.c_str());
+        copyInto(dataDirectory, directory);
+    }
+    std::string networkPath;
+    status = MakeNetworkPath("", directory, networkPath, false);
+    if (status.IsErrorSet())
+        return status;
+    DBHANDLE directoryHandle = NULLHANDLE;
+    status = OpenDirectory(networkPath, directoryHandle);
+    if (status.IsErrorSet()) {
+        // The name and code in this line are always empty and 0.
+        HYLN_LOG(0, "%s() - Error: Unable to open database: [%s] error (%d) %s", "DiscoverDatabases", "", 0,
+                 status.GetMessage().c_str());
+        return status;
+    }
+    TIMEDATE since;
+    HY_TimeConstant(TIMEDATE_WILDCARD, &since);
+    STATUS error = searchFiles(directoryHandle, &since, callback, databases);
+    if (error != NOERROR)
+        status.SetError(error);
+    CloseDirectory(directoryHandle);
+    return status;
+}
+
+unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary)
+{
+    (void)summary;
+    auto* search = static_cast<HyLNRestoreViewSearch*>(context);
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found); // may be unaligned
+    if ((found.SERetFlags & SE_FMATCH) == 0 || search->state == 0xFFFFFFFF)
+        return NOERROR;
+    char title[kPathBuffer] = {0};
+    try {
+        HYLN_LOG(2, "Finding restore view, opening Note ID 0x%x ...", found.ID.NoteID);
+        NOTEHANDLE note = NULLHANDLE;
+        STATUS error = HY_NSFNoteOpenExt(search->databaseHandle, found.ID.NoteID, OPEN_SUMMARY, &note);
+        if (error != NOERROR) {
+            HYLN_LOG(-1, "Could not open note 0x%x - %d", found.ID.NoteID, error);
+            return error;
+        }
+        HYLN_LOG(2, "Note opened.");
+        HY_NSFItemGetText(note, "$TITLE", title, sizeof title);
+        if (title[0] == '\0') {
+            HY_NSFNoteClose(note);
+            return NOERROR;
+        }
+        HY_NSFNoteClose(note);
+        HYLN_LOG(2, "Note closed.");
+        char viewName[kPathBuffer] = {0};
+        if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, static_cast<WORD>(std::strlen(title)), viewName,
+                           sizeof viewName) == 0) {
+            HYLN_LOG(2, "OSTranslate failed to translate view name [%s]", title);
+            copyInto(title, viewName);
+        }
+        if (std::strstr(viewName, search->wantedText) != nullptr) {
+            std::strncpy(search->foundViewName, viewName, sizeof search->foundViewName - 1);
+            search->foundViewName[sizeof search->foundViewName - 1] = '\0';
+            search->state = 0xFFFFFFFF;
+        }
+    } catch (...) {
+        HYLN_LOG(-1, "Warning: an exception was found while processing view: [%s].", title);
+    }
+    return NOERROR;
+}
+
+// ---------------------------------------------------------------------------
+// Additional databases
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const char kScanListSeparator = '?';
+const STATUS kDirectoryDoesNotExist = 0x0103;
+
+struct ReportContext {
+    std::set<std::string>* reported;
+    bool quickList;
+};
+
+struct AssociationContext {
+    DBNAME* table;
+    int* index;
+};
+
+// Reads the $Path summary value; false when the entry has none.
+bool summaryPath(ITEM_TABLE* summary, char (&path)[kPathBuffer])
+{
+    return HY_NSFGetSummaryValue(summary, "$Path", path, kPathBuffer) != FALSE;
+}
+
+} // namespace
+
+HyLNError HyLNUtilities::CountAdditionalDatabases(std::string server, std::string directory, unsigned long* count,
+                                                  bool flag)
+{
+    HyLNError status;
+    *count = 0;
+    std::string networkPath;
+    MakeNetworkPath(server, directory, networkPath, flag);
+    if (networkPath.empty()) {
+        HYLN_LOG(0, "Failed to get fully qualified name for additional scan directory [%s]", directory.c_str());
+        networkPath = directory;
+    }
+    char path[kPathBuffer] = {0};
+    if (!translateInto(OS_TRANSLATE_UTF8_TO_LMBCS, networkPath, path)) {
+        HYLN_LOG(0, "OSTranslate failed on database: [%s].", directory.c_str());
+        copyInto(directory, path);
+    }
+    DBHANDLE directoryHandle = NULLHANDLE;
+    status = OpenDirectory(path, directoryHandle);
+    if (status.IsErrorSet()) {
+        HYLN_LOG(0, "Unable to open the scan directory: [%s]. NSFDbOpen() returned: %d. (%s)\n", path,
+                 status.GetErrorCode(), status.GetMessage().c_str());
+        return status;
+    }
+    // The search's own status is not kept: the line shows the (clear) status code.
+    if (searchFiles(directoryHandle, nullptr, CountAdditionalDBsCallbackFn, count) != NOERROR)
+        HYLN_LOG(0,
+                 "A general scan failure occured while scanning: [%s] to get a count of additional databases. "
+                 "NSFSearch() returned: %d.\n",
+                 path, status.GetErrorCode());
+    CloseDirectory(directoryHandle);
+    return status;
+}
+
+unsigned short HyLNUtilities::CountAdditionalDBsCallbackFn(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary)
+{
+    (void)match;
+    (void)summary;
+    ++*static_cast<unsigned long*>(context);
+    return NOERROR;
+}
+
+bool HyLNUtilities::GetAdditionalDatabases(std::set<std::string>* databases, std::string* directories, bool process,
+                                           bool quickList)
+{
+    char list[kPathBuffer] = {0};
+    if (!translateInto(OS_TRANSLATE_NATIVE_TO_LMBCS, *directories, list)) {
+        HYLN_LOG(0, "OSTranslate failed on database: [%s].", directories->c_str());
+        return false;
+    }
+    ReportContext report{databases, quickList};
+    std::istringstream pieces(list);
+    std::string directory;
+    while (std::getline(pieces, directory, kScanListSeparator)) {
+        if (directory.empty())
+            continue;
+        DBHANDLE directoryHandle = NULLHANDLE;
+        HyLNError status = OpenDirectory(directory, directoryHandle);
+        if (status.IsErrorSet()) {
+            HYLN_LOG(0,
+                     "Error: unable to open scan directory: [%s]. NSFDbOpen(...) returned: [%08x]. Resulting error "
+                     "string: [%s].",
+                     directory.c_str(), status.GetErrorCode(), status.GetMessage().c_str());
+            return false;
+        }
+        STATUS error = process ? searchFiles(directoryHandle, nullptr, ProcessAdditionalDatabaseCallback, &report)
+                               : searchFiles(directoryHandle, nullptr, FetchAdditionalDatabaseCallback, databases);
+        if (error != NOERROR) {
+            HYLN_LOG(0,
+                     "Error: a failure occured while searching for databases. NSFSearch(...) returned: [%08x]. "
+                     "Resulting error string: [%s].",
+                     error, GetNotesErrorMsg(error).c_str());
+            CloseDirectory(directoryHandle);
+            return false;
+        }
+        CloseDirectory(directoryHandle);
+    }
+    return true;
+}
+
+unsigned short HyLNUtilities::FetchAdditionalDatabaseCallback(void* context, SEARCH_MATCH* match,
+                                                              ITEM_TABLE* summary)
+{
+    (void)match;
+    char path[kPathBuffer] = {0};
+    if (!summaryPath(summary, path)) {
+        HYLN_LOG(0, "OSTranslate failed on database: [%s].", "Error: path information not found in the index record.");
+        return NOERROR;
+    }
+    if (char* extension = std::strstr(path, ".nsf"))
+        *extension = '\0';
+    static_cast<std::set<std::string>*>(context)->insert(path);
+    return NOERROR;
+}
+
+unsigned short HyLNUtilities::ProcessAdditionalDatabaseCallback(void* context, SEARCH_MATCH* match,
+                                                                ITEM_TABLE* summary)
+{
+    (void)match;
+    char path[kPathBuffer] = {0};
+    if (!summaryPath(summary, path)) {
+        HYLN_LOG(0, "OSTranslate failed on database: [%s].", "Error: path information not found in the index record.");
+        return NOERROR;
+    }
+    auto* report = static_cast<ReportContext*>(context);
+    ProcessDatabase(path, std::string(), report->reported, report->quickList);
+    return NOERROR;
+}
+
+int HyLNUtilities::AssociateAdditionalDBs(std::string server, std::string* directory, DBNAME* table, int* index)
+{
+    char scanPath[kPathBuffer] = {0};
+    copyInto(*directory, scanPath);
+    const std::string& databasePath = table[*index].databasePath;
+    size_t separator = databasePath.rfind('\\');
+    if (separator == std::string::npos)
+        separator = databasePath.rfind('/');
+    if (separator == std::string::npos) {
+        HYLN_LOG(0, "Error: invalid path: [%s] enountered while scanning for additional databases.",
+                 databasePath.c_str());
+        return -1;
+    }
+    std::strncat(scanPath, databasePath.c_str() + separator, sizeof scanPath - std::strlen(scanPath) - 1);
+    HYLN_LOG(0, "get path for db %s", scanPath);
+    std::string networkPath;
+    if (MakeNetworkPath(server, scanPath, networkPath, false).IsErrorSet()) {
+        HYLN_LOG(0, "Warning: MakeNetworkPath failed on database: [%s]. ", scanPath);
+        networkPath = scanPath;
+    }
+    char path[kPathBuffer] = {0};
+    if (!translateInto(OS_TRANSLATE_UTF8_TO_LMBCS, networkPath, path)) {
+        HYLN_LOG(0, "OSTranslate failed on directory: [%s].", networkPath.c_str());
+        return -1;
+    }
+    DBHANDLE directoryHandle = NULLHANDLE;
+    HyLNError status = OpenDirectory(path, directoryHandle);
+    if (status.IsErrorSet()) {
+        if (status.GetErrorCode() == kDirectoryDoesNotExist)
+            return 0;
+        HYLN_LOG(0, "Error: unable to open the scan directory: [%s]. NSFDbOpen() returned: %d - %s.\n", path,
+                 status.GetErrorCode(), status.GetMessage().c_str());
+        return status.GetErrorCode();
+    }
+    AssociationContext association{table, index};
+    STATUS error = searchFiles(directoryHandle, nullptr, AssociateAdditionalDBsCallback, &association);
+    if (error != NOERROR) {
+        HYLN_LOG(0,
+                 "A general scan failure occured while scanning: [%s] for additional databases. NSFSearch() "
+                 "returned: %d - %s.\n",
+                 path, error, GetNotesErrorMsg(error).c_str());
+        CloseDirectory(directoryHandle);
+        return error;
+    }
+    CloseDirectory(directoryHandle);
+    return 0;
+}
+
+unsigned short HyLNUtilities::AssociateAdditionalDBsCallback(void* context, SEARCH_MATCH* match,
+                                                             ITEM_TABLE* summary)
+{
+    (void)match;
+    auto* association = static_cast<AssociationContext*>(context);
+    const DBNAME& source = association->table[*association->index];
+    DBNAME& element = association->table[++*association->index];
+    element.firstText = source.firstText;
+    element.secondText = source.secondText;
+    element.databasePath = source.databasePath;
+    element.sixthText = source.sixthText;
+    char rawPath[kPathBuffer] = {0};
+    if (!summaryPath(summary, rawPath)) {
+        HYLN_LOG(0, "Path info cannot be found in the index record.");
+        return 1;
+    }
+    char path[kPathBuffer] = {0};
+    if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, rawPath, static_cast<WORD>(std::strlen(rawPath)), path,
+                       kPathBuffer) == 0) {
+        HYLN_LOG(0, "OSTranslate failed on database: [%s].", rawPath);
+        return 0xFFFF;
+    }
+    element.foundPath = path;
+    return NOERROR;
 }

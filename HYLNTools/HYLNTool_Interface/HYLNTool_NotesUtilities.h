@@ -3,6 +3,7 @@
 #ifndef HYLNTOOL_NOTESUTILITIES_H
 #define HYLNTOOL_NOTESUTILITIES_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,43 @@ struct HYLN_EXPORT DbMigrateCriteria {
     int AttachmentNumbers;
     std::vector<ATTACHMENT> Attachments;
 };
+
+// ---- Discovery (mailboxes, database records, data-directory and additional scans) ----
+
+// Parameters of a mailbox discovery, filled by HyLNUtilities::InitializeMBLookup.
+struct HYLN_EXPORT MailboxLookupStruct {
+    unsigned int NumNameSpaces;
+    unsigned int NumNames;
+    unsigned int NumLookupItems;
+    const char* NameSpaces;
+    const char* LookupItems;
+    bool FetchFullName;
+};
+
+// One element of the host's database table (200 bytes with libstdc++). The meaning of
+// the first, second, fifth and sixth texts and of `value` is the host's.
+struct HYLN_EXPORT DBNAME {
+    std::string firstText;
+    std::string secondText;
+    std::string databasePath; // its file name is appended to the scan directory
+    std::string foundPath;    // set for each database an additional scan finds
+    std::string fifthText;
+    std::string sixthText;
+    unsigned long long value;
+};
+static_assert(sizeof(DBNAME) == 200, "DBNAME elements are 200 bytes");
+
+// Context of FindAView, owned by the caller.
+struct HYLN_EXPORT HyLNRestoreViewSearch {
+    unsigned int state;          // 0 while searching; 0xFFFFFFFF once a view was found
+    DBHANDLE databaseHandle;     // the database whose design notes are searched
+    char foundViewName[255];     // the UTF-8 title of the view found
+    char wantedText[255];        // text the view title must contain
+};
+
+// Search callback for NSFSearch over view notes: finds the first view whose
+// title contains the context's wanted text.
+HYLN_EXPORT unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary);
 
 // Static helpers; an object carries only the state of the size formula.
 class HYLN_EXPORT HyLNUtilities {
@@ -116,6 +154,40 @@ public:
 
     // Archiving criteria: the text is not interpreted; the result is a default record.
     static DbMigrateCriteria getMigrateCriteria(std::string criteria);
+
+    // Mailbox discovery.
+    static void InitializeMBLookup(MailboxLookupStruct& lookup, bool fetchFullName);
+    // Collects mail-file paths into a std::set<std::string> (or path -> full name into a
+    // std::map<std::string, std::string> when the lookup fetches full names).
+    static HyLNError DiscoverMailboxes(std::string server, void* result, MailboxLookupStruct& lookup);
+    // Reports every mail file to the host; `result` is the std::set<std::string> of keys reported.
+    static HyLNError DiscoverMailboxes(std::string server, void* result, MailboxLookupStruct& lookup,
+                                       bool quickList);
+    // Describes one database to the host as a record (full, or short when quickList).
+    static HyLNError ProcessDatabase(char const* path, std::string ownerName,
+                                     std::set<std::string>* reported, bool quickList);
+
+    // Data-directory discovery.
+    static HyLNError DiscoverDatabases(std::string dataDirectory, std::set<std::string>* databases,
+                                       unsigned short (*callback)(void*, SEARCH_MATCH*, ITEM_TABLE*));
+
+    // Additional scan directories.
+    static HyLNError CountAdditionalDatabases(std::string server, std::string directory,
+                                              unsigned long* count, bool flag);
+    // `directories` holds scan directories separated by '?'.
+    static bool GetAdditionalDatabases(std::set<std::string>* databases, std::string* directories,
+                                       bool process, bool quickList);
+    static int AssociateAdditionalDBs(std::string server, std::string* directory, DBNAME* table,
+                                      int* index);
+    static unsigned short CountAdditionalDBsCallbackFn(void* context, SEARCH_MATCH* match,
+                                                       ITEM_TABLE* summary);
+    static unsigned short FetchAdditionalDatabaseCallback(void* context, SEARCH_MATCH* match,
+                                                          ITEM_TABLE* summary);
+    // Reports each database found with an empty owner name (the record's last field stays empty).
+    static unsigned short ProcessAdditionalDatabaseCallback(void* context, SEARCH_MATCH* match,
+                                                            ITEM_TABLE* summary);
+    static unsigned short AssociateAdditionalDBsCallback(void* context, SEARCH_MATCH* match,
+                                                         ITEM_TABLE* summary);
 
 private:
     HCOMPUTE computeHandle;

@@ -1,0 +1,190 @@
+// Data-directory discovery, the restore-view search callback and additional scan directories.
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "support/domino_fixture.h"
+#include "support/test_support.h"
+
+using namespace hyln_test;
+
+namespace {
+
+std::vector<std::string> sent;
+bool sendAccepted(char* message)
+{
+    sent.emplace_back(message);
+    return false;
+}
+
+unsigned short collectPath(void* context, SEARCH_MATCH*, ITEM_TABLE* summary)
+{
+    std::string path;
+    if (HyLNUtilities::GetSummaryValue(summary, "$Path", path))
+        static_cast<std::set<std::string>*>(context)->insert(path);
+    return 0;
+}
+
+class DatabaseDiscovery : public RuntimeTest {
+protected:
+    void SetUp() override
+    {
+        RuntimeTest::SetUp();
+        for (const char* dir : {"/mail", "/apps/sub", "/extra1", "/extra2"})
+            std::filesystem::create_directories(dataDir + dir);
+        createDatabase("mail/alice.nsf", "Alice Able", 1, 2);
+        createDatabase("apps/sub/tracker.nsf", "Tracker", 3, 4);
+        createDatabase("extra1/one.nsf", "One", 5, 6);
+        createDatabase("extra2/two.nsf", "Two", 7, 8);
+        createDatabase("extra2/three.nsf", "Three", 9, 10);
+        sent.clear();
+        SetSendMsgCallback(sendAccepted);
+        captureLog();
+    }
+    void TearDown() override
+    {
+        SetSendMsgCallback(nullptr);
+        RuntimeTest::TearDown();
+    }
+};
+
+} // namespace
+
+TEST_F(DatabaseDiscovery, WalksTheWholeTreeThroughTheCallersCallback)
+{
+    std::set<std::string> found;
+    HyLNError status = HyLNUtilities::DiscoverDatabases(dataDir, &found, collectPath);
+    ASSERT_FALSE(status.IsErrorSet()) << status.GetMessage();
+    EXPECT_EQ(found, (std::set<std::string>{"apps/sub/tracker.nsf", "extra1/one.nsf", "extra2/three.nsf",
+                                            "extra2/two.nsf", "mail/alice.nsf"}));
+}
+
+TEST_F(DatabaseDiscovery, EmptyDirectoryIsOnlyLogged)
+{
+    std::set<std::string> found;
+    sim().traceClear();
+    HyLNError status = HyLNUtilities::DiscoverDatabases("", &found, collectPath);
+    EXPECT_FALSE(status.IsErrorSet());
+    EXPECT_TRUE(logged("DiscoverDatabases", 0, "DiscoverDatabases() - Error: empty or NULL Notes Data path.\n"));
+    EXPECT_EQ(sim().callCount("OSTranslate") + sim().callCount("NSFDbOpen"), 0u);
+}
+
+TEST_F(DatabaseDiscovery, OpenAndSearchFailuresAreReturned)
+{
+    std::set<std::string> found;
+    sim().setFault("NSFDbOpen", ERR_NOEXIST, 0, 0);
+    HyLNError status = HyLNUtilities::DiscoverDatabases(dataDir, &found, collectPath);
+    EXPECT_EQ(status.GetErrorCode(), ERR_NOEXIST);
+    EXPECT_TRUE(logged("DiscoverDatabases", 0,
+                       "DiscoverDatabases() - Error: Unable to open database: [] error (0) " + status.GetMessage()));
+
+    sim().clearFaults();
+    sim().traceClear();
+    sim().setFault("NSFSearch", ERR_NOACCESS, 0, 0);
+    status = HyLNUtilities::DiscoverDatabases(dataDir, &found, collectPath);
+    EXPECT_EQ(status.GetErrorCode(), ERR_NOACCESS);
+    EXPECT_EQ(sim().callCount("NSFDbClose"), 1u) << "the directory is closed after a failed search";
+}
+
+namespace {
+STATUS searchViews(DBHANDLE database, HyLNRestoreViewSearch& search)
+{
+    return HY_NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_VIEW, nullptr, FindAView, &search, nullptr);
+}
+} // namespace
+
+TEST_F(DatabaseDiscovery, FindAViewTakesTheFirstTitleContainingTheText)
+{
+    addView("mail/alice.nsf", "");
+    addView("mail/alice.nsf", "($Inbox)");
+    addView("mail/alice.nsf", "Restore View|restore");
+    addView("mail/alice.nsf", "Restore Later");
+    DBHANDLE database = NULLHANDLE;
+    ASSERT_EQ(HY_NSFDbOpen("mail/alice.nsf", &database), NOERROR);
+    HyLNRestoreViewSearch search{};
+    search.databaseHandle = database;
+    std::strcpy(search.wantedText, "Restore");
+    captureLog();
+    EXPECT_EQ(searchViews(database, search), NOERROR);
+    EXPECT_EQ(search.state, 0xFFFFFFFFu);
+    EXPECT_STREQ(search.foundViewName, "Restore View|restore");
+    size_t opened = 0;
+    for (const std::string& text : logTexts())
+        opened += text == "Note opened.";
+    EXPECT_EQ(opened, 3u) << "views after the match are not opened";
+
+    HyLNRestoreViewSearch failing{};
+    failing.databaseHandle = database;
+    std::strcpy(failing.wantedText, "x");
+    sim().setFault("NSFNoteOpenExt", ERR_NOACCESS, 0, 0);
+    EXPECT_EQ(searchViews(database, failing), ERR_NOACCESS);
+    EXPECT_EQ(capturedLog().back().level, -1);
+    EXPECT_EQ(capturedLog().back().text.rfind("Could not open note 0x", 0), 0u);
+    HY_NSFDbClose(database);
+}
+
+TEST_F(DatabaseDiscovery, CountsAndListsAdditionalDirectories)
+{
+    unsigned long count = 99;
+    HyLNError status = HyLNUtilities::CountAdditionalDatabases("", dataDir + "/extra2", &count, false);
+    EXPECT_FALSE(status.IsErrorSet());
+    EXPECT_EQ(count, 2u);
+
+    std::set<std::string> names;
+    std::string directories = dataDir + "/extra1??" + dataDir + "/extra2";
+    EXPECT_TRUE(HyLNUtilities::GetAdditionalDatabases(&names, &directories, false, false));
+    EXPECT_EQ(names, (std::set<std::string>{"extra1/one", "extra2/three", "extra2/two"}));
+    EXPECT_TRUE(sent.empty());
+
+    std::set<std::string> reported;
+    EXPECT_TRUE(HyLNUtilities::GetAdditionalDatabases(&reported, &directories, true, true));
+    EXPECT_EQ(sent, (std::vector<std::string>{std::string("extra1/one.nsf\x12One"),
+                                               std::string("extra2/three.nsf\x12Three"),
+                                               std::string("extra2/two.nsf\x12Two")}));
+}
+
+TEST_F(DatabaseDiscovery, AdditionalScanFailuresAreLogged)
+{
+    unsigned long count = 0;
+    HyLNError status = HyLNUtilities::CountAdditionalDatabases("", dataDir + "/missing", &count, false);
+    EXPECT_EQ(status.GetErrorCode(), ERR_NOEXIST);
+    EXPECT_TRUE(logged("CountAdditionalDatabases", 0,
+                       "Unable to open the scan directory: [" + dataDir + "/missing]. NSFDbOpen() returned: 259. (" +
+                           status.GetMessage() + ")\n"));
+
+    std::set<std::string> names;
+    std::string directories = dataDir + "/extra1?" + dataDir + "/missing";
+    EXPECT_FALSE(HyLNUtilities::GetAdditionalDatabases(&names, &directories, false, false));
+    EXPECT_EQ(names.size(), 1u) << "the first directory was searched before the failure";
+}
+
+TEST_F(DatabaseDiscovery, AssociatesFoundDatabasesWithTableElements)
+{
+    DBNAME table[4];
+    table[0].firstText = "host-a";
+    table[0].secondText = "host-b";
+    table[0].databasePath = "/somewhere/extra2";
+    table[0].sixthText = "host-f";
+    int index = 0;
+    std::string directory = dataDir;
+    EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, table, &index), 0);
+    ASSERT_EQ(index, 2);
+    EXPECT_EQ(table[1].foundPath, "extra2/three.nsf");
+    EXPECT_EQ(table[2].foundPath, "extra2/two.nsf");
+    EXPECT_EQ(table[2].firstText, "host-a");
+    EXPECT_EQ(table[2].databasePath, "/somewhere/extra2");
+    EXPECT_EQ(table[2].sixthText, "host-f");
+    EXPECT_TRUE(logged("AssociateAdditionalDBs", 0, "get path for db " + dataDir + "/extra2"));
+
+    captureLog();
+    table[3].databasePath = "/elsewhere/nothing-here";
+    index = 3;
+    EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, table, &index), 0);
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"get path for db " + dataDir + "/nothing-here"});
+
+    table[3].databasePath = "no-separator";
+    EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, table, &index), -1);
+    EXPECT_TRUE(logged("AssociateAdditionalDBs", 0,
+                       "Error: invalid path: [no-separator] enountered while scanning for additional databases."));
+}
