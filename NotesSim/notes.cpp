@@ -77,6 +77,7 @@ STATUS openNote(DBHANDLE hDB, const std::shared_ptr<Storage>& storage, const Not
     note->database = hDB;
     note->record = record;
     note->modifiedWhenOpened = record.modified;
+    note->summaryOnly = (flags & OPEN_SUMMARY) != 0;
     for (const ItemRecord& item : items)
         addItem(*note, item.name, item.flags, (flags & OPEN_EXPAND) ? expandedValue(item.value) : item.value);
     if (flags & OPEN_RESPONSE_ID_TABLE) {
@@ -108,6 +109,21 @@ STATUS openNoteById(DBHANDLE hDB, NOTEID NoteID, DWORD flags, NOTEHANDLE* rethNo
     if (status == NOERROR)
         status = storage->findNote(NoteID, record);
     return status != NOERROR ? status : openNote(hDB, storage, record, flags, rethNote);
+}
+
+// What an update writes: the note's items, plus the non-summary items a
+// summary-only open left in the file.
+STATUS itemsToSave(const NoteObject& note, Storage& storage, std::vector<ItemRecord>& out)
+{
+    out = itemRecords(note);
+    if (!note.summaryOnly)
+        return NOERROR;
+    std::vector<ItemRecord> stored;
+    STATUS status = storage.readItems(note.record.id, false, stored);
+    for (ItemRecord& item : stored)
+        if ((item.flags & ITEM_SUMMARY) == 0)
+            out.push_back(std::move(item));
+    return status;
 }
 
 size_t summaryBytes(const NoteObject& note)
@@ -215,7 +231,10 @@ STATUS impl::NSFNoteUpdate(NOTEHANDLE hNote, WORD UpdateFlags)
     sim::NoteSave how;
     how.modifiedWhenOpened = note->modifiedWhenOpened;
     how.force = (UpdateFlags & UPDATE_FORCE) != 0;
-    status = storage->saveNote(note->record, sim::itemRecords(*note), how);
+    std::vector<sim::ItemRecord> items;
+    status = sim::itemsToSave(*note, *storage, items);
+    if (status == NOERROR)
+        status = storage->saveNote(note->record, items, how);
     if (status == NOERROR)
         note->modifiedWhenOpened = note->record.modified;
     return status;

@@ -167,6 +167,7 @@ struct NoteObject : HandleObject {
     TIMEDATE modifiedWhenOpened{};
     std::vector<NoteItem> items;
     DHANDLE responses = NULLHANDLE; // ID table, made by OPEN_RESPONSE_ID_TABLE
+    bool summaryOnly = false;       // opened with OPEN_SUMMARY: the other items stay in the file
 };
 
 // The database behind a handle: NULLHANDLE gives ERR_NULL_DBHANDLE, an unknown one

@@ -333,13 +333,17 @@ TEST_F(StorageNote, OpenFlagsSummaryAndExpand)
 
     note = reopen(id, OPEN_SUMMARY);
     EXPECT_TRUE(itemBytes(note, "Body").empty());
-    EXPECT_FALSE(itemBytes(note, "Subject").empty());
+    setText(note, "Subject", "changed");
+    ASSERT_EQ(NSFNoteUpdate(note, 0), NOERROR);
+    NSFNoteClose(note);
+    note = reopen(id);
+    EXPECT_EQ(text(note, "Subject"), "changed");
+    EXPECT_EQ(itemBytes(note, "Body"), withType(TYPE_COMPOSITE, "rt")) << "updating a summary-only note keeps the rest";
     NSFNoteClose(note);
 
     note = reopen(id, OPEN_EXPAND);
-    EXPECT_EQ(itemBytes(note, "Subject"), withType(TYPE_TEXT_LIST, textList({"s"})));
+    EXPECT_EQ(itemBytes(note, "Subject"), withType(TYPE_TEXT_LIST, textList({"changed"})));
     EXPECT_EQ(itemBytes(note, "Size"), withType(TYPE_NUMBER_RANGE, rangeOf<double>({7.0})));
-    EXPECT_EQ(text(note, "Subject"), "s");
     NSFNoteClose(note);
 }
 
