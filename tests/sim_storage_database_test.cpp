@@ -135,7 +135,7 @@ TEST_F(StorageDatabase, InfoSetRejectsAnUnterminatedBufferAndStampsNonDataTime)
     NSFDbClose(db);
 }
 
-TEST_F(StorageDatabase, SizesQuotaOptionsAndAcl)
+TEST_F(StorageDatabase, QuotaReportsTheFileSizeInKilobytesAndAclIsACopy)
 {
     DBHANDLE db = createAndOpen("size.nsf");
     DWORD allocated = 0, unused = 0;
@@ -144,22 +144,14 @@ TEST_F(StorageDatabase, SizesQuotaOptionsAndAcl)
     EXPECT_LE(unused, allocated);
     DBQUOTAINFOEXT quota{};
     ASSERT_EQ(NSFDbQuotaGethDB(db, &quota), NOERROR);
-    EXPECT_EQ(quota.WarningThreshold, 0u);
     EXPECT_EQ(quota.SizeLimit, 0u);
     EXPECT_EQ(quota.CurrentDbSize, (allocated + 1023) / 1024);
     EXPECT_GT(quota.MaxDbSize, quota.CurrentDbSize);
-    DWORD options = 0xFFFFFFFF;
-    ASSERT_EQ(NSFDbGetOptions(db, &options), NOERROR);
-    EXPECT_EQ(options, 0u);
     DHANDLE acl = NULLHANDLE;
     ASSERT_EQ(NSFDbReadACL(db, &acl), NOERROR);
-    DWORD size = 0;
-    ASSERT_EQ(OSMemGetSize(acl, &size), NOERROR);
-    const char* bytes = static_cast<const char*>(OSLockObject(acl));
-    EXPECT_EQ(std::string(bytes, 4), "HACL");
-    EXPECT_NE(std::string(bytes, size).find("CN=HySrv01/O=HyOrg"), std::string::npos);
+    EXPECT_EQ(std::string(static_cast<const char*>(OSLockObject(acl)), 4), "HACL");
     OSUnlockObject(acl);
-    EXPECT_EQ(OSMemFree(acl), NOERROR);
+    EXPECT_EQ(OSMemFree(acl), NOERROR) << "the caller owns the ACL copy";
     NSFDbClose(db);
 }
 

@@ -139,17 +139,6 @@ TEST_F(StorageSearch, NonZeroCallbackStatusStopsTheSearch)
     EXPECT_EQ(stopped.seen.size(), 2u);
 }
 
-TEST_F(StorageSearch, FormulasAndFileSearchesOnDatabasesAreRefused)
-{
-    Collector collector;
-    EXPECT_EQ(NSFSearch(db, 0x55, nullptr, 0, NOTE_CLASS_ALL, nullptr, collect, &collector, nullptr),
-              sim::STS_UNSUPPORTED);
-    EXPECT_EQ(NSFSearch(db, NULLHANDLE, nullptr, SEARCH_FILETYPE, FILE_ANYNOTEFILE, nullptr, collect, &collector,
-                        nullptr),
-              ERR_NOT_DIRECTORY);
-    EXPECT_TRUE(collector.seen.empty());
-}
-
 TEST_F(StorageSearch, DirectoryHandleSearchesFiles)
 {
     DBHANDLE dir = NULLHANDLE;
