@@ -640,16 +640,6 @@ STATUS Storage::writeReplicaInfo(const DBREPLICAINFO& replica)
     });
 }
 
-STATUS Storage::writeOptions(DWORD options)
-{
-    return updateDbinfo(db_, "options = ?", [&](Statement& s) { s.bind(2, options); });
-}
-
-STATUS Storage::writeQuota(DWORD warningKB, DWORD limitKB)
-{
-    return updateDbinfo(db_, "quota_warning = ?, quota_limit = ?", [&](Statement& s) { s.bind(2, warningKB).bind(3, limitKB); });
-}
-
 STATUS Storage::readAcl(std::vector<char>& out)
 {
     return guarded([&] {
@@ -658,11 +648,6 @@ STATUS Storage::readAcl(std::vector<char>& out)
             throw Failure{STS_STORAGE};
         out = query.blob(0);
     });
-}
-
-STATUS Storage::writeAcl(const std::vector<char>& image)
-{
-    return updateDbinfo(db_, "acl = ?", [&](Statement& s) { s.bindBlob(2, image); });
 }
 
 STATUS Storage::spaceUsage(unsigned long long& allocatedBytes, unsigned long long& freeBytes)
@@ -843,14 +828,13 @@ STATUS Storage::readObject(DWORD rrv, DWORD offset, DWORD length, std::vector<ch
 STATUS Storage::objectInfo(DWORD rrv, ObjectInfo& out)
 {
     return guarded([&] {
-        Statement query(db_, "SELECT length(bytes), class, privileges, type FROM objects WHERE rrv = ?");
+        Statement query(db_, "SELECT length(bytes), class, privileges FROM objects WHERE rrv = ?");
         query.bind(1, rrv);
         if (!query.step())
             throw Failure{ERR_NOT_FOUND};
         out.size = static_cast<DWORD>(query.integer(0));
         out.objectClass = static_cast<WORD>(query.integer(1));
         out.privileges = static_cast<WORD>(query.integer(2));
-        out.type = static_cast<WORD>(query.integer(3));
     });
 }
 

@@ -67,7 +67,6 @@ struct ObjectInfo {
     DWORD size = 0;
     WORD objectClass = 0;
     WORD privileges = 0;
-    WORD type = OBJECT_UNKNOWN;
 };
 
 // How NSFNoteUpdate wants the note written.
@@ -106,10 +105,7 @@ public:
     STATUS readProperties(DatabaseProperties& out);
     STATUS writeInfo(const std::string& info);
     STATUS writeReplicaInfo(const DBREPLICAINFO& replica);
-    STATUS writeOptions(DWORD options);
-    STATUS writeQuota(DWORD warningKB, DWORD limitKB);
     STATUS readAcl(std::vector<char>& out);
-    STATUS writeAcl(const std::vector<char>& image);
     STATUS spaceUsage(unsigned long long& allocatedBytes, unsigned long long& freeBytes);
 
     // ERR_INVALID_NOTE when unknown; deleted notes (stubs) are found with `deleted` set.
