@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <memory>
 
 #include "paths.h"
 #include "sim_core.h"
@@ -125,6 +127,30 @@ STATUS impl::NSFDbCreate(const char* PathName, USHORT DbClass, BOOL ForceCreatio
     return sim::Storage::create(file, dbClass, ForceCreation != FALSE);
 }
 
+namespace {
+
+// Handles on the same database file share one connection: hosts keep thousands of
+// handles open (discovery never closes the mail files it reports), and a connection
+// per handle would run out of file descriptors. Keyed by inode too, so a file
+// re-created under the same name gets a connection of its own.
+STATUS sharedStorage(const std::string& path, std::shared_ptr<sim::Storage>& out)
+{
+    static std::map<std::string, std::weak_ptr<sim::Storage>> open;
+    struct stat info;
+    std::string key = path;
+    if (stat(path.c_str(), &info) == 0)
+        key += ":" + std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+    out = open[key].lock();
+    if (out)
+        return NOERROR;
+    STATUS status = sim::Storage::open(path, out);
+    if (status == NOERROR)
+        open[key] = out;
+    return status;
+}
+
+} // namespace
+
 STATUS impl::NSFDbOpen(const char* PathName, DBHANDLE* rethDB)
 {
     sim::traceDetail(PathName != nullptr ? PathName : "");
@@ -138,7 +164,7 @@ STATUS impl::NSFDbOpen(const char* PathName, DBHANDLE* rethDB)
     database->isDirectory = sim::isDirectory(absolute);
     database->absolutePath = database->isDirectory ? absolute : sim::existingDatabaseFile(absolute);
     if (!database->isDirectory) {
-        status = sim::Storage::open(database->absolutePath, database->storage);
+        status = sharedStorage(database->absolutePath, database->storage);
         if (status != NOERROR)
             return status;
     }
