@@ -112,7 +112,7 @@ std::string infoPiece(const std::string& info, WORD what)
 
 STATUS impl::NSFDbCreate(const char* PathName, USHORT DbClass, BOOL ForceCreation)
 {
-    sim::traceDetail(PathName != nullptr ? PathName : "");
+    sim::traceDetail("NSFDbCreate", PathName != nullptr ? PathName : "");
     std::string absolute;
     STATUS status = sim::resolvePathName(PathName, absolute);
     if (status != NOERROR)
@@ -153,7 +153,7 @@ STATUS sharedStorage(const std::string& path, std::shared_ptr<sim::Storage>& out
 
 STATUS impl::NSFDbOpen(const char* PathName, DBHANDLE* rethDB)
 {
-    sim::traceDetail(PathName != nullptr ? PathName : "");
+    sim::traceDetail("NSFDbOpen", PathName != nullptr ? PathName : "");
     if (rethDB == nullptr)
         return sim::STS_BAD_ARGUMENT;
     std::string absolute;

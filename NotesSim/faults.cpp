@@ -136,11 +136,15 @@ void beginTrace(const char* name, const std::string& args)
     control().trace.push_back(std::string(name) + "(" + args + ")");
 }
 
-void traceDetail(const std::string& text)
+void traceDetail(const char* entry, const std::string& text)
 {
     ControlState& state = control();
-    if (state.tracing && !state.trace.empty())
-        state.trace.back() += " [" + text + "]";
+    if (!state.tracing || state.trace.empty())
+        return;
+    std::string& line = state.trace.back();
+    size_t length = std::strlen(entry);
+    if (line.compare(0, length, entry) == 0 && line.size() > length && line[length] == '(')
+        line += " [" + text + "]";
 }
 
 } // namespace sim

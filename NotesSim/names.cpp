@@ -474,7 +474,7 @@ STATUS impl::NAMELookup2(const char* ServerName, DWORD Flags, WORD NumNameSpaces
     std::vector<NameSpace> nameSpaces(NumNameSpaces);
     std::vector<std::string> spaceNames = packedTexts(NameSpaces, NumNameSpaces);
     for (const auto& space : spaceNames)
-        sim::traceDetail(space);
+        sim::traceDetail("NAMELookup2", space);
     for (size_t i = 0; i < spaceNames.size(); ++i)
         if (!nameSpaceOf(spaceNames[i], nameSpaces[i]))
             return kNoSuchNameSpace;
@@ -548,7 +548,7 @@ STATUS impl::DNCanonicalize(DWORD Flags, const char* TemplateName, const char* I
     (void)Flags;
     if (InName == nullptr || OutName == nullptr || OutSize == 0)
         return sim::STS_BAD_ARGUMENT;
-    sim::traceDetail(InName);
+    sim::traceDetail("DNCanonicalize", InName);
     std::string templateName = TemplateName != nullptr ? TemplateName : sim::localServerName();
     std::string result = canonicalName(InName, templateName);
     size_t count = std::min<size_t>(result.size(), OutSize - 1u);
@@ -565,7 +565,7 @@ STATUS impl::MailLookupAddress(char* UserName, char* MailAddress)
 {
     if (UserName == nullptr || MailAddress == nullptr)
         return sim::STS_BAD_ARGUMENT;
-    sim::traceDetail(UserName);
+    sim::traceDetail("MailLookupAddress", UserName);
     std::vector<std::vector<Person>> directories;
     STATUS status = readDirectories({}, directories);
     if (status != NOERROR)

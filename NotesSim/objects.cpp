@@ -172,7 +172,7 @@ STATUS impl::NSFNoteAttachFile(NOTEHANDLE hNote, const char* ItemName, WORD Item
         return status;
     if (ItemName == nullptr || ItemNameLength == 0 || FileName == nullptr)
         return sim::STS_BAD_ARGUMENT;
-    sim::traceDetail(FileName);
+    sim::traceDetail("NSFNoteAttachFile", FileName);
     sim::FileFacts facts;
     DWORD rrv = 0;
     status = sim::readFile(FileName, facts);

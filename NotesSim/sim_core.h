@@ -73,8 +73,9 @@ FaultDecision checkFault(int entry);
 bool tracing();
 void countCall(int entry);
 void beginTrace(const char* name, const std::string& args);
-// Adds a key text (a path, a name) to the line of the call in progress.
-void traceDetail(const std::string& text);
+// Adds a key text (a path, a name) to the trace line of the call in progress when that
+// call is `entry` itself, not an entry point another one runs internally.
+void traceDetail(const char* entry, const std::string& text);
 
 template <class T>
 std::string describeArg(const T& value)
