@@ -731,8 +731,9 @@ unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary
             copyInto(title, viewName);
         }
         if (std::strstr(viewName, search->wantedText) != nullptr) {
-            std::strncpy(search->foundViewName, viewName, sizeof search->foundViewName - 1);
-            search->foundViewName[sizeof search->foundViewName - 1] = '\0';
+            size_t length = strnlen(viewName, sizeof search->foundViewName - 1);
+            std::memcpy(search->foundViewName, viewName, length);
+            search->foundViewName[length] = '\0';
             search->state = 0xFFFFFFFF;
         }
     } catch (...) {
