@@ -29,8 +29,8 @@ extern "C" {
 // Returns 0 on success, -1 for an unknown entry name.
 int HySimSetFault(const char* name, unsigned short status, unsigned int nth, int mode);
 void HySimClearFaults(void);
-// Parse a HYSIM_FAULTS style specification; returns the number of faults set, -1 on a syntax error.
-int HySimSetFaultsFromSpec(const char* spec);
+// Parse a HYSIM_FAULTS style fault list; returns the number of faults set, -1 on a syntax error.
+int HySimSetFaultList(const char* faultList);
 
 // Call trace: one line per API call, "Name(arg, arg, ...)" with integral arguments in
 // decimal, pointers as '*' or 'null', plus key texts some calls add (e.g. paths).

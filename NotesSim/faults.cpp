@@ -26,13 +26,13 @@ struct ControlState {
 
     ControlState()
     {
-        if (const char* spec = std::getenv("HYSIM_FAULTS"))
-            parseSpec(spec);
+        if (const char* faultList = std::getenv("HYSIM_FAULTS"))
+            parseFaultList(faultList);
         if (const char* on = std::getenv("HYSIM_TRACE"))
             tracing = std::strcmp(on, "0") != 0 && *on != '\0';
     }
 
-    int parseSpec(const std::string& spec);
+    int parseFaultList(const std::string& faultList);
 };
 
 ControlState& control()
@@ -50,15 +50,15 @@ bool parseNumber(const std::string& text, unsigned long& value)
     return end != nullptr && *end == '\0';
 }
 
-int ControlState::parseSpec(const std::string& spec)
+int ControlState::parseFaultList(const std::string& faultList)
 {
     int count = 0;
     size_t start = 0;
-    while (start <= spec.size()) {
-        size_t end = spec.find(';', start);
+    while (start <= faultList.size()) {
+        size_t end = faultList.find(';', start);
         if (end == std::string::npos)
-            end = spec.size();
-        std::string item = spec.substr(start, end - start);
+            end = faultList.size();
+        std::string item = faultList.substr(start, end - start);
         start = end + 1;
         if (item.empty())
             continue;
@@ -173,10 +173,10 @@ HYSIM_EXPORT void HySimClearFaults(void)
         fault = sim::Fault();
 }
 
-HYSIM_EXPORT int HySimSetFaultsFromSpec(const char* spec)
+HYSIM_EXPORT int HySimSetFaultList(const char* faultList)
 {
     std::lock_guard<std::recursive_mutex> lock(apiMutex());
-    return spec == nullptr ? -1 : control().parseSpec(spec);
+    return faultList == nullptr ? -1 : control().parseFaultList(faultList);
 }
 
 HYSIM_EXPORT void HySimTraceEnable(int on)

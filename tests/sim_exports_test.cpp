@@ -54,13 +54,13 @@ TEST_F(Exports, FaultsFireOnEveryCallOrOnTheNthCall)
 
 TEST_F(Exports, InjectedExceptionsCrossTheCInterface)
 {
-    ASSERT_EQ(HySimSetFaultsFromSpec("OSMemGetSize=throw@1;OSMemFree=0x3F01"), 2);
+    ASSERT_EQ(HySimSetFaultList("OSMemGetSize=throw@1;OSMemFree=0x3F01"), 2);
     DWORD size = 0;
     EXPECT_THROW(OSMemGetSize(1, &size), HySimInjectedFault);
     EXPECT_EQ(OSMemFree(12345), 0x3F01);
-    EXPECT_EQ(HySimSetFaultsFromSpec("OSMemFree"), -1);
-    EXPECT_EQ(HySimSetFaultsFromSpec("OSMemFree=abc"), -1);
-    EXPECT_EQ(HySimSetFaultsFromSpec("Nope=1"), -1);
+    EXPECT_EQ(HySimSetFaultList("OSMemFree"), -1);
+    EXPECT_EQ(HySimSetFaultList("OSMemFree=abc"), -1);
+    EXPECT_EQ(HySimSetFaultList("Nope=1"), -1);
 }
 
 TEST_F(Exports, TraceRecordsCallsWithIntegralArguments)
