@@ -15,6 +15,12 @@ STATUS lookupNote(NOTEHANDLE handle, std::shared_ptr<NoteObject>& out)
     return out ? NOERROR : STS_INVALID_HANDLE;
 }
 
+STATUS lookupNoteAndStorage(NOTEHANDLE handle, std::shared_ptr<NoteObject>& note, std::shared_ptr<Storage>& storage)
+{
+    STATUS status = lookupNote(handle, note);
+    return status != NOERROR ? status : lookupStorage(note->database, storage);
+}
+
 namespace {
 
 // Summary items travel in buffers whose length is a WORD.
@@ -221,9 +227,7 @@ STATUS impl::NSFNoteUpdate(NOTEHANDLE hNote, WORD UpdateFlags)
 {
     std::shared_ptr<sim::NoteObject> note;
     std::shared_ptr<sim::Storage> storage;
-    STATUS status = sim::lookupNote(hNote, note);
-    if (status == NOERROR)
-        status = sim::lookupStorage(note->database, storage);
+    STATUS status = sim::lookupNoteAndStorage(hNote, note, storage);
     if (status != NOERROR)
         return status;
     if (sim::summaryBytes(*note) > sim::kMaxSummaryBytes)

@@ -165,9 +165,7 @@ STATUS impl::NSFNoteAttachFile(NOTEHANDLE hNote, const char* ItemName, WORD Item
 {
     std::shared_ptr<sim::NoteObject> note;
     std::shared_ptr<sim::Storage> storage;
-    STATUS status = sim::lookupNote(hNote, note);
-    if (status == NOERROR)
-        status = sim::lookupStorage(note->database, storage);
+    STATUS status = sim::lookupNoteAndStorage(hNote, note, storage);
     if (status != NOERROR)
         return status;
     if (ItemName == nullptr || ItemNameLength == 0 || FileName == nullptr)

@@ -171,6 +171,9 @@ struct NoteObject : HandleObject {
 STATUS lookupDatabase(DBHANDLE handle, std::shared_ptr<DatabaseObject>& out);
 STATUS lookupStorage(DBHANDLE handle, std::shared_ptr<Storage>& out);
 STATUS lookupNote(NOTEHANDLE handle, std::shared_ptr<NoteObject>& out);
+// The note and the storage of the database it belongs to.
+STATUS lookupNoteAndStorage(NOTEHANDLE handle, std::shared_ptr<NoteObject>& note,
+                            std::shared_ptr<Storage>& storage);
 
 // Item helpers shared by the note and item services.
 const std::vector<char>* itemValue(const NoteItem& item);

@@ -767,6 +767,16 @@ bool summaryPath(ITEM_TABLE* summary, char (&path)[kPathBuffer])
     return HY_NSFGetSummaryValue(summary, "$Path", path, kPathBuffer) != FALSE;
 }
 
+// As summaryPath; an entry without one is logged under the calling callback's name.
+bool reportedPath(ITEM_TABLE* summary, char (&path)[kPathBuffer], const char* callback)
+{
+    if (summaryPath(summary, path))
+        return true;
+    HYLN_LOG_AS(callback, 0, "OSTranslate failed on database: [%s].",
+                "Error: path information not found in the index record.");
+    return false;
+}
+
 } // namespace
 
 HyLNError HyLNUtilities::CountAdditionalDatabases(std::string server, std::string directory, unsigned long* count,
@@ -853,10 +863,8 @@ unsigned short HyLNUtilities::FetchAdditionalDatabaseCallback(void* context, SEA
 {
     (void)match;
     char path[kPathBuffer] = {0};
-    if (!summaryPath(summary, path)) {
-        HYLN_LOG(0, "OSTranslate failed on database: [%s].", "Error: path information not found in the index record.");
+    if (!reportedPath(summary, path, __func__))
         return NOERROR;
-    }
     if (char* extension = std::strstr(path, ".nsf"))
         *extension = '\0';
     static_cast<std::set<std::string>*>(context)->insert(path);
@@ -868,10 +876,8 @@ unsigned short HyLNUtilities::ProcessAdditionalDatabaseCallback(void* context, S
 {
     (void)match;
     char path[kPathBuffer] = {0};
-    if (!summaryPath(summary, path)) {
-        HYLN_LOG(0, "OSTranslate failed on database: [%s].", "Error: path information not found in the index record.");
+    if (!reportedPath(summary, path, __func__))
         return NOERROR;
-    }
     auto* report = static_cast<ReportContext*>(context);
     ProcessDatabase(path, std::string(), report->reported, report->quickList);
     return NOERROR;
