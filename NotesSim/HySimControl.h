@@ -4,6 +4,7 @@
 //   NAME=STATUS      every call of NAME returns STATUS
 //   NAME=STATUS@N    only the N-th call (counted from when the fault is set)
 //   NAME=throw[@N]   the call throws a C++ exception (HySimInjectedFault)
+//   NAME=delay:MS[@N] the call succeeds after MS milliseconds (a slow server)
 // HYSIM_TRACE=1 switches the call trace on from the start.
 #ifndef HYSIM_CONTROL_H
 #define HYSIM_CONTROL_H

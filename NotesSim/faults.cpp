@@ -1,7 +1,9 @@
 // Fault injection, call counting and the call trace, with their control interface.
 #include <cstdlib>
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "HySimControl.h"
@@ -14,6 +16,7 @@ struct Fault {
     bool armed = false;
     bool raise = false;
     STATUS status = 0;
+    unsigned long delayMs = 0;   // a slow call instead of a failing one
     unsigned long remaining = 0; // 0 = every call; otherwise calls until it fires
 };
 
@@ -81,9 +84,15 @@ int ControlState::parseFaultList(const std::string& faultList)
         fault.armed = true;
         fault.remaining = nth;
         fault.raise = what == "throw";
+        fault.delayMs = 0;
         unsigned long status = 0;
-        if (!fault.raise && !parseNumber(what, status))
+        const std::string delayPrefix = "delay:";
+        if (what.compare(0, delayPrefix.size(), delayPrefix) == 0) {
+            if (!parseNumber(what.substr(delayPrefix.size()), fault.delayMs))
+                return -1;
+        } else if (!fault.raise && !parseNumber(what, status)) {
             return -1;
+        }
         fault.status = static_cast<STATUS>(status);
         ++count;
     }
@@ -110,6 +119,10 @@ FaultDecision checkFault(int entry)
     }
     if (fault.remaining == 1)
         fault.armed = false;
+    if (fault.delayMs > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(fault.delayMs));
+        return decision;
+    }
     decision.fire = true;
     decision.raise = fault.raise;
     decision.status = fault.status;
@@ -163,6 +176,7 @@ HYSIM_EXPORT int HySimSetFault(const char* name, unsigned short status, unsigned
     fault.status = status;
     fault.remaining = nth;
     fault.raise = mode == HYSIM_FAULT_THROW;
+    fault.delayMs = 0;
     return 0;
 }
 

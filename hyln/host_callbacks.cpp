@@ -5,6 +5,8 @@
 #include <string>
 
 #include "HYLNTool.h"
+#include "output.h"
+#include "records.h"
 
 namespace hyln {
 namespace {
@@ -24,7 +26,7 @@ void logLine(const char* function, int level, const char* file, int line, const 
     std::string shown = text;
     while (!shown.empty() && shown.back() == '\n')
         shown.pop_back();
-    std::fflush(stdout);
+    output().clearProgress();
     std::fprintf(stderr, "[%d] %s (%s:%d): %s\n", level, function, file, line, shown.c_str());
 }
 
@@ -40,10 +42,9 @@ bool sessionLost()
 
 bool acceptRecord(char* message)
 {
-    HostState& state = host();
-    state.records.emplace_back(message);
-    if (state.progress && state.records.size() % 100 == 0)
-        std::fprintf(stderr, "\r%zu databases reported...", state.records.size());
+    std::string record = message;
+    output().record(readableRecord(record), recordFields(record));
+    output().progress(++host().recordsReceived, "databases reported");
     return false;
 }
 
@@ -57,7 +58,11 @@ HostState& host()
 
 void installCallbacks()
 {
-    std::signal(SIGINT, onInterrupt);
+    struct sigaction action = {};
+    action.sa_handler = onInterrupt;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
     SetLogCallback(logLine);
     SetJobQuitCallback(quitRequested);
     SetSendMsgCallback(acceptRecord);
@@ -67,6 +72,14 @@ void installCallbacks()
 bool interrupted()
 {
     return stopRequested != 0;
+}
+
+size_t countLogs(const char* prefix)
+{
+    size_t count = 0;
+    for (const std::string& text : host().logTexts)
+        count += text.rfind(prefix, 0) == 0 ? 1 : 0;
+    return count;
 }
 
 } // namespace hyln

@@ -1,5 +1,6 @@
 // The four callbacks a backup agent installs: log lines to standard error with a
-// level filter, Ctrl-C as "quit" and "session lost", and the collected database records.
+// level filter, Ctrl-C as "quit" and "session lost", and database records written
+// out as they arrive.
 #ifndef HYLN_HOST_CALLBACKS_H
 #define HYLN_HOST_CALLBACKS_H
 
@@ -9,15 +10,17 @@
 namespace hyln {
 
 struct HostState {
-    int maxLogLevel = 0;          // lines with a higher level are not shown
-    bool progress = false;        // show a progress line on standard error
-    std::vector<std::string> records;
-    std::vector<std::string> logTexts; // every line, kept for the summary
+    int maxLogLevel = 0;               // lines with a higher level are not shown
+    size_t recordsReceived = 0;        // database records the library sent
+    std::vector<std::string> logTexts; // every line, kept for the summaries
 };
 
 HostState& host();
+// Installs the Ctrl-C handler and the library's callbacks.
 void installCallbacks();
 bool interrupted();
+// Log lines received so far that begin with `prefix`.
+size_t countLogs(const char* prefix);
 
 } // namespace hyln
 

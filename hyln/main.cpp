@@ -1,46 +1,33 @@
 // hyln: drives the library the way a backup agent does.
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <map>
-#include <set>
+#include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 #include "HYLNTool.h"
+#include "commands.h"
 #include "host_callbacks.h"
-#include "records.h"
+#include "output.h"
+#include "version_stamp.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
-const char kUsage[] =
-    "usage: hyln [options] COMMAND\n"
-    "commands:\n"
-    "  discover mailboxes [--quick] [--full-name]   report every user's mail file\n"
-    "  discover databases [DIR]                     list the databases of the data directory (or DIR)\n"
-    "  discover additional \"DIR1?DIR2\" [--list]     report (or list) the databases of scan directories\n"
-    "  demo                                         seed a sample server if missing, then discover\n"
-    "options (environment variable in brackets):\n"
-    "  --domino DIR    Domino program directory holding notes/latest/linux/libnotes.so [HYLN_DOMINO_DIR]\n"
-    "  --data DIR      Domino data directory [HYLN_DATA_DIR]\n"
-    "  --ini PATH      notes.ini (default DATA/notes.ini) [HYLN_NOTES_INI]\n"
-    "  --server NAME   Domino server to ask (default: local) [HYLN_SERVER]\n"
-    "  --json          print records as JSON lines\n"
-    "  --log-level N   show log lines up to level N (default 0; -1 errors only)\n";
-
-struct Options {
-    std::string dominoDir;
-    std::string dataDir;
-    std::string iniPath;
-    std::string server;
-    bool json = false;
-    bool quick = false;
-    bool fullName = false;
-    bool listOnly = false;
-    std::vector<std::string> words;
-};
+const char kJsonKeys[] =
+    "Output: records on standard output, log lines, progress and summaries on standard error.\n"
+    "With --json, standard output carries only JSON lines, each an object with \"type\" and \"command\":\n"
+    "  database  path, and for full records title, view, replica, owner\n"
+    "  summary   databases (count), interrupted, and per command: entries and skipped\n"
+    "            (without_mail_file, mail_file_not_text, external, failed, duplicates) for\n"
+    "            mailboxes; directory for databases and additional\n"
+    "  error     operation, subject, message, and code (the Domino status) when there is one\n"
+    "Exit codes: 0 success, 1 failure, 2 usage error, 130 interrupted (Ctrl-C ends after the current item).";
 
 std::string fromEnvironment(const char* name, const std::string& fallback)
 {
@@ -48,226 +35,214 @@ std::string fromEnvironment(const char* name, const std::string& fallback)
     return value != nullptr && *value != '\0' ? value : fallback;
 }
 
-bool parseOptions(int argc, char** argv, Options& options)
+fs::path executableDir()
 {
-    options.dominoDir = fromEnvironment("HYLN_DOMINO_DIR", HYLN_DEFAULT_DOMINO_DIR);
-    options.dataDir = fromEnvironment("HYLN_DATA_DIR", HYLN_DEFAULT_SERVER_DIR);
-    options.iniPath = fromEnvironment("HYLN_NOTES_INI", "");
-    options.server = fromEnvironment("HYLN_SERVER", "");
-    for (int i = 1; i < argc; ++i) {
-        std::string word = argv[i];
-        bool hasValue = i + 1 < argc;
-        if (word == "--domino" && hasValue)
-            options.dominoDir = argv[++i];
-        else if (word == "--data" && hasValue)
-            options.dataDir = argv[++i];
-        else if (word == "--ini" && hasValue)
-            options.iniPath = argv[++i];
-        else if (word == "--server" && hasValue)
-            options.server = argv[++i];
-        else if (word == "--log-level" && hasValue)
-            hyln::host().maxLogLevel = std::atoi(argv[++i]);
-        else if (word == "--json")
-            options.json = true;
-        else if (word == "--quick")
-            options.quick = true;
-        else if (word == "--full-name")
-            options.fullName = true;
-        else if (word == "--list")
-            options.listOnly = true;
-        else if (word.rfind("--", 0) == 0)
-            return false;
-        else
-            options.words.push_back(word);
+    std::error_code error;
+    fs::path self = fs::read_symlink("/proc/self/exe", error);
+    return error ? fs::path(".") : self.parent_path();
+}
+
+// Paths next to the installed (or built) hyln, never into a particular build tree.
+std::string besideExecutable(const std::string& relative)
+{
+    return (executableDir() / relative).lexically_normal().string();
+}
+
+std::string defaultSampleDir()
+{
+    std::string cache = fromEnvironment("XDG_CACHE_HOME", fromEnvironment("HOME", ".") + "/.cache");
+    return cache + "/hyln/sample-server";
+}
+
+std::string versionText(const hyln::Options& options)
+{
+    std::string library = hyln::libraryFile();
+    std::string libraryStamp = hyln::readVersionStamp(library);
+    std::string runtime = options.dominoDir + "/notes/latest/linux/libnotes.so";
+    std::string runtimeText;
+    if (access(runtime.c_str(), R_OK) != 0) {
+        runtimeText = "none at " + options.dominoDir;
+    } else {
+        std::string stamp = hyln::readVersionStamp(runtime);
+        runtimeText = options.dominoDir + " (" + (stamp.empty() ? "no version stamp" : stamp) + ")";
     }
-    if (options.iniPath.empty())
-        options.iniPath = options.dataDir + "/notes.ini";
-    return !options.words.empty();
+    return std::string("hyln ") + HYLN_VERSION_TEXT + "\nlibrary: " +
+           (libraryStamp.empty() ? "no version stamp" : libraryStamp) + " (" + library + ")\nruntime: " + runtimeText;
 }
 
-int fail(const HyLNError& status, const char* what)
+struct Command {
+    const char* name = nullptr;
+    CLI::App* app = nullptr;
+    int (*run)(const hyln::Options&) = nullptr;
+};
+
+int demo(const hyln::Options& options)
 {
-    HyLNError copy = status;
-    std::fprintf(stderr, "hyln: %s failed: Domino code %u: %s\n", what, copy.GetErrorCode(), copy.GetMessage().c_str());
-    return 1;
+    return hyln::runDemo(options);
 }
 
-int startRuntime(const Options& options, HyLNInstance& instance)
-{
-    instance = HyLNInstance("hyln\x12" + options.dataDir, options.server);
-    if (!instance.Initialize()) {
-        std::fprintf(stderr, "hyln: cannot derive the instance paths from %s\n", options.dataDir.c_str());
-        return 1;
+class CommandLine {
+public:
+    CommandLine() : app("Drives the HYLNTool library the way a backup agent does.", "hyln")
+    {
+        options.dominoDir = fromEnvironment("HYLN_DOMINO_DIR", besideExecutable(HYLN_RELATIVE_DOMINO_DIR));
+        options.dataDir = fromEnvironment("HYLN_DATA_DIR", "");
+        options.iniPath = fromEnvironment("HYLN_NOTES_INI", "");
+        options.server = fromEnvironment("HYLN_SERVER", "");
+        options.seeder = besideExecutable("hyln-seed");
+        addGlobalOptions();
+        addCommands();
     }
-    instance.SetExePath(options.dominoDir);
-    HyLNError status = instance.InitializeNotesEnvForUnix(options.dominoDir, "=" + options.iniPath);
-    return status.IsErrorSet() ? fail(status, "starting the Domino runtime") : 0;
-}
 
-void printRecords(const Options& options)
-{
-    for (const std::string& record : hyln::host().records)
-        std::printf("%s\n", options.json ? hyln::jsonRecord(record).c_str() : hyln::readableRecord(record).c_str());
-    hyln::host().records.clear();
-}
-
-size_t countLogs(const char* prefix)
-{
-    size_t count = 0;
-    for (const std::string& text : hyln::host().logTexts)
-        count += text.rfind(prefix, 0) == 0 ? 1 : 0;
-    return count;
-}
-
-long foundEntries()
-{
-    for (const std::string& text : hyln::host().logTexts)
-        if (text.rfind("Found [", 0) == 0)
-            return std::atol(text.c_str() + 7);
-    return 0;
-}
-
-void printMailboxSummary(size_t reported)
-{
-    std::fflush(stdout);
-    size_t noMailFile = countLogs("Warning: found a mail file equal to NULL");
-    size_t notText = countLogs("Warning: unrecognized data type");
-    size_t external = countLogs("Filtering non-linked, external mailbox");
-    size_t failed = countLogs("Database [");
-    long found = foundEntries();
-    long duplicates = found - static_cast<long>(reported + noMailFile + notText + external + failed);
-    std::fprintf(stderr,
-                 "\nfound %ld directory entries, reported %zu databases; skipped: %zu without a mail file, %zu with "
-                 "a mail file that is not text, %zu external mailboxes, %zu that failed, %ld duplicates%s\n",
-                 found, reported, noMailFile, notText, external, failed, duplicates < 0 ? 0 : duplicates,
-                 hyln::interrupted() ? " (interrupted)" : "");
-}
-
-int discoverMailboxes(const Options& options)
-{
-    MailboxLookupStruct lookup;
-    HyLNUtilities::InitializeMBLookup(lookup, options.fullName);
-    std::set<std::string> reported;
-    hyln::host().progress = true;
-    HyLNError status = HyLNUtilities::DiscoverMailboxes(options.server, &reported, lookup, options.quick);
-    size_t count = hyln::host().records.size();
-    printRecords(options);
-    printMailboxSummary(count);
-    // The result is the last entry's status; failures of single entries are in the summary.
-    if (status.IsErrorSet() && count == 0)
-        return fail(status, "mailbox discovery");
-    return 0;
-}
-
-unsigned short collectPath(void* context, SEARCH_MATCH*, ITEM_TABLE* summary)
-{
-    std::string path;
-    if (HyLNUtilities::GetSummaryValue(summary, "$Path", path))
-        static_cast<std::set<std::string>*>(context)->insert(path);
-    return 0;
-}
-
-int discoverDatabases(const Options& options, const std::string& directory)
-{
-    std::set<std::string> databases;
-    HyLNError status = HyLNUtilities::DiscoverDatabases(directory, &databases, collectPath);
-    if (status.IsErrorSet())
-        return fail(status, "database discovery");
-    for (const std::string& path : databases)
-        std::printf("%s\n", options.json ? ("{\"path\":" + hyln::jsonString(path) + "}").c_str() : path.c_str());
-    std::fflush(stdout);
-    std::fprintf(stderr, "\nfound %zu databases in %s\n", databases.size(), directory.c_str());
-    return 0;
-}
-
-int discoverAdditional(const Options& options, std::string directories)
-{
-    std::set<std::string> databases;
-    if (!HyLNUtilities::GetAdditionalDatabases(&databases, &directories, !options.listOnly, options.quick)) {
-        std::fprintf(stderr, "hyln: scanning %s failed (see the log above)\n", directories.c_str());
-        return 1;
-    }
-    if (options.listOnly)
-        for (const std::string& name : databases)
-            std::printf("%s\n", options.json ? ("{\"name\":" + hyln::jsonString(name) + "}").c_str() : name.c_str());
-    else
-        printRecords(options);
-    std::fflush(stdout);
-    std::fprintf(stderr, "\nfound %zu databases in %s\n", databases.size(), directories.c_str());
-    return 0;
-}
-
-bool fileExists(const std::string& path)
-{
-    struct stat info;
-    return stat(path.c_str(), &info) == 0;
-}
-
-int seedSampleServer(const std::string& dataDir)
-{
-    std::string command = std::string("'") + HYLN_DEFAULT_SEEDER + "' --dir '" + dataDir +
-                          "' --users 25 --messages 20 --attachment-size 4096 --seed 7 --extra-dirs 2";
-    std::fprintf(stderr, "creating a sample server in %s\n", dataDir.c_str());
-    return std::system(command.c_str()) == 0 ? 0 : 1;
-}
-
-int runDemo(Options& options)
-{
-    if (!fileExists(options.dataDir + "/names.nsf") && seedSampleServer(options.dataDir) != 0) {
-        std::fprintf(stderr, "hyln: the seeding tool failed\n");
-        return 1;
-    }
-    HyLNInstance instance;
-    if (int failed = startRuntime(options, instance))
-        return failed;
-    std::printf("== Mailboxes of the server (full records, owner names from the directory)\n");
-    options.fullName = true;
-    if (int failed = discoverMailboxes(options))
-        return failed;
-    std::printf("\n== Databases of the data directory\n");
-    if (int failed = discoverDatabases(options, options.dataDir))
-        return failed;
-    std::printf("\n== Additional scan directories\n");
-    int result = discoverAdditional(options, options.dataDir + "/extra1?" + options.dataDir + "/extra2");
-    instance.TerminateNotes();
-    return result;
-}
-
-int runCommand(Options& options)
-{
-    const std::vector<std::string>& words = options.words;
-    if (words[0] == "demo")
-        return runDemo(options);
-    if (words[0] != "discover" || words.size() < 2)
+    // The exit code of a finished parse, or -1 to go on and run the chosen command.
+    int parse(int argc, char** argv)
+    {
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::Success& done) {
+            return app.exit(done);
+        } catch (const CLI::ParseError& error) {
+            return usageError(error.what());
+        }
+        if (helpCommand->parsed())
+            return showHelp();
+        if (!app.remaining().empty())
+            return usageError("unknown option or argument: " + CLI::detail::join(app.remaining(), " "));
+        if (versionWanted) {
+            std::cout << versionText(options) << "\n";
+            return hyln::kSuccess;
+        }
+        const Command* chosen = chosenCommand();
+        if (chosen == nullptr)
+            return usageError("a command is required: discover mailboxes|databases|additional, demo or help");
+        // Checked here rather than by the parser, so that "help discover additional" works.
+        if (chosen->run == hyln::discoverAdditional && options.directories.empty())
+            return usageError("discover additional: the directories are required (DIR1?DIR2)");
         return -1;
-    HyLNInstance instance;
-    if (int failed = startRuntime(options, instance))
-        return failed;
-    int result = -1;
-    if (words[1] == "mailboxes")
-        result = discoverMailboxes(options);
-    else if (words[1] == "databases")
-        result = discoverDatabases(options, words.size() > 2 ? words[2] : options.dataDir);
-    else if (words[1] == "additional" && words.size() > 2)
-        result = discoverAdditional(options, words[2]);
-    instance.TerminateNotes();
-    return result;
-}
+    }
+
+    int run()
+    {
+        const Command* command = chosenCommand();
+        hyln::output().setCommand(command->name);
+        return command->run(options);
+    }
+
+    CLI::App app;
+    hyln::Options options;
+    hyln::OutputMode mode;
+    int logLevel = 0;
+    bool versionWanted = false;
+
+private:
+    void addGlobalOptions()
+    {
+        app.set_help_flag("-h,--help", "Show this help and exit");
+        // A plain flag, read after the parse, so that it sees --domino wherever that stands.
+        app.add_flag("--version", versionWanted, "Show the versions of hyln, the library and the runtime, and exit");
+        app.add_option("--domino", options.dominoDir,
+                       "Domino program directory holding notes/latest/linux/libnotes.so [HYLN_DOMINO_DIR]");
+        app.add_option("--data", options.dataDir, "Domino data directory [HYLN_DATA_DIR]");
+        app.add_option("--ini", options.iniPath, "notes.ini (default DATA/notes.ini) [HYLN_NOTES_INI]");
+        app.add_option("--server", options.server, "Domino server to ask (default: local) [HYLN_SERVER]");
+        app.add_flag("--json", mode.json, "Write records as JSON lines");
+        app.add_flag("--progress", mode.progress, "Show progress even when standard error is not a terminal");
+        app.add_flag("-q,--quiet", mode.quiet, "No progress and no summary text");
+        app.add_option("--log-level", logLevel, "Show log lines up to this level (default 0; -1 errors only)");
+        // Unknown words are collected and named after the parse, before any complaint
+        // about a missing command.
+        app.allow_extras();
+        app.footer(kJsonKeys);
+    }
+
+    CLI::App* subcommand(CLI::App& parent, const char* name, const char* description)
+    {
+        CLI::App* command = parent.add_subcommand(name, description);
+        command->set_help_flag("-h,--help", "Show this help and exit");
+        command->fallthrough();
+        return command;
+    }
+
+    void addCommands()
+    {
+        CLI::App* discover = subcommand(app, "discover", "Find databases (mailboxes, databases, additional)");
+        CLI::App* mailboxes = subcommand(*discover, "mailboxes", "Report every user's mail file");
+        mailboxes->add_flag("--quick", options.quick, "Short records (path and title only)");
+        mailboxes->add_flag("--full-name", options.fullName, "Owner names from the directory");
+        commands.push_back({"discover mailboxes", mailboxes, hyln::discoverMailboxes});
+        CLI::App* databases = subcommand(*discover, "databases", "List the databases of the data directory");
+        databases->add_option("directory", options.directory, "Directory to scan (default: the data directory)");
+        commands.push_back({"discover databases", databases, hyln::discoverDatabases});
+        CLI::App* additional =
+            subcommand(*discover, "additional", "Report (or list) the databases of additional scan directories");
+        additional->add_option("directories", options.directories, "Directories separated by '?' (required)");
+        additional->add_flag("--list", options.listOnly, "Only list the database names");
+        additional->add_flag("--quick", options.quick, "Short records (path and title only)");
+        commands.push_back({"discover additional", additional, hyln::discoverAdditional});
+        CLI::App* demoCommand = subcommand(
+            app, "demo", "Seed a sample server if missing (default data directory ~/.cache/hyln/sample-server), "
+                         "then discover");
+        commands.push_back({"demo", demoCommand, demo});
+        helpCommand = subcommand(app, "help", "Show the help of hyln or of a command: hyln help discover mailboxes");
+    }
+
+    const Command* chosenCommand() const
+    {
+        for (const Command& command : commands)
+            if (command.app->parsed())
+                return &command;
+        return nullptr;
+    }
+
+    static int usageError(const std::string& message)
+    {
+        std::cerr << "hyln: " << message << "\nRun 'hyln --help' for usage.\n";
+        return hyln::kUsage;
+    }
+
+    // "help discover mailboxes": the parser has taken the words as the commands they
+    // name, so the help shown is that of the deepest command parsed besides "help".
+    int showHelp()
+    {
+        std::vector<std::string> unknown = app.remaining(true);
+        if (!unknown.empty())
+            return usageError("no command named '" + CLI::detail::join(unknown, " ") + "'");
+        CLI::App* shown = &app;
+        for (bool deeper = true; deeper;) {
+            deeper = false;
+            for (CLI::App* next : shown->get_subcommands())
+                if (next != helpCommand) {
+                    shown = next;
+                    deeper = true;
+                    break;
+                }
+        }
+        std::cout << shown->help();
+        return hyln::kSuccess;
+    }
+
+    std::vector<Command> commands;
+    CLI::App* helpCommand = nullptr;
+};
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    Options options;
     hyln::installCallbacks();
-    if (!parseOptions(argc, argv, options)) {
-        std::fputs(kUsage, stderr);
-        return 2;
+    CommandLine commandLine;
+    int parsed = commandLine.parse(argc, argv);
+    if (parsed >= 0)
+        return parsed;
+    hyln::OutputMode mode = commandLine.mode;
+    mode.progress = !mode.quiet && (mode.progress || isatty(STDERR_FILENO));
+    hyln::output().setMode(mode);
+    hyln::host().maxLogLevel = commandLine.logLevel;
+    if (commandLine.options.dataDir.empty() && commandLine.app.got_subcommand("demo"))
+        commandLine.options.dataDir = defaultSampleDir();
+    if (!hyln::output().claimStandardOutput()) {
+        std::perror("hyln: cannot set up standard output");
+        return hyln::kFailure;
     }
-    int result = runCommand(options);
-    if (result < 0) {
-        std::fputs(kUsage, stderr);
-        return 2;
-    }
-    return result;
+    return commandLine.run();
 }

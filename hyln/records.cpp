@@ -1,6 +1,5 @@
 #include "records.h"
 
-#include <cstdio>
 #include <vector>
 
 namespace hyln {
@@ -8,6 +7,7 @@ namespace {
 
 const char kFieldSeparator = 0x12;
 const char kTailSeparator = 0x15;
+const char* const kFieldNames[] = {"path", "title", "view", "replica", "owner"};
 
 std::vector<std::string> fields(const std::string& record)
 {
@@ -37,32 +37,13 @@ std::string readableRecord(const std::string& record)
     return text;
 }
 
-std::string jsonString(const std::string& text)
+nlohmann::json recordFields(const std::string& record)
 {
-    std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
-std::string jsonRecord(const std::string& record)
-{
-    static const char* const names[] = {"path", "title", "view", "replica", "owner"};
     std::vector<std::string> parts = fields(record);
-    std::string json = "{";
-    for (size_t i = 0; i < parts.size() && i < 5; ++i)
-        json += (i ? "," : "") + jsonString(names[i]) + ":" + jsonString(parts[i]);
-    return json + "}";
+    nlohmann::json object = nlohmann::json::object();
+    for (size_t i = 0; i < parts.size() && i < std::size(kFieldNames); ++i)
+        object[kFieldNames[i]] = parts[i];
+    return object;
 }
 
 } // namespace hyln

@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
-# Installs what the build needs when it is missing (Debian), then configures and builds.
+# Installs what the build needs when it is missing (Debian 12), then configures and builds.
 # Usage: scripts/setup.sh BUILD_DIR [extra cmake arguments...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-packages=(cmake g++ make pkg-config libicu-dev libsqlite3-dev libxml2-dev libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake g++ make pkg-config python3 libicu-dev libsqlite3-dev
+          libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev)
+if [ -n "${HYLN_EXTRA_PACKAGES:-}" ]; then
+  read -r -a extra <<<"$HYLN_EXTRA_PACKAGES"
+  packages+=("${extra[@]}")
+fi
 missing=()
 for package in "${packages[@]}"; do
   dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")

@@ -1,11 +1,17 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite twice: a normal build and an
-# AddressSanitizer + UndefinedBehaviorSanitizer build.
+# Builds and tests the project the ways its users build it: GCC RelWithDebInfo (every
+# test), GCC Debug and Clang (builds only: warnings that one configuration alone raises),
+# and AddressSanitizer + UndefinedBehaviorSanitizer (every test). Warnings are errors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh build
+HYLN_EXTRA_PACKAGES=clang scripts/setup.sh build -DHYLN_WERROR=ON
 (cd build && ctest --output-on-failure -j2)
 
-scripts/setup.sh build-asan -DHYLN_SANITIZE=ON -DHYLN_BUILD_BENCH=OFF
+scripts/setup.sh build-debug -DCMAKE_BUILD_TYPE=Debug -DHYLN_WERROR=ON -DHYLN_BUILD_BENCH=OFF
+
+scripts/setup.sh build-clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Release -DHYLN_WERROR=ON \
+  -DHYLN_BUILD_BENCH=OFF
+
+scripts/setup.sh build-asan -DHYLN_SANITIZE=ON -DHYLN_WERROR=ON -DHYLN_BUILD_BENCH=OFF
 (cd build-asan && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j2)

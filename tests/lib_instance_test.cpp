@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -65,6 +66,23 @@ TEST_F(Instance, InitializeRejectsEmptyNamesAndNamesWithoutDelimiter)
     EXPECT_EQ(capturedLog()[2].file, "HYLNTools/HYLNTool_Interface/HYLNTool_Instance.cpp");
 }
 
+TEST_F(Instance, DataDirectoryMustLeaveRoomForTheIniPath)
+{
+    // 1024-byte buffers: "/notes.ini" and the terminating zero take 11 of them.
+    std::string fits = "/" + std::string(1012, 'd');
+    HyLNInstance longest("label" + kDelimiter + fits, "srv");
+    EXPECT_TRUE(longest.Initialize());
+    EXPECT_EQ(longest.GetDataDirectory(), fits);
+
+    std::string name = "label" + kDelimiter + fits + "d";
+    HyLNInstance tooLong(name, "srv");
+    tooLong.SetDataDirectory("/kept");
+    EXPECT_FALSE(tooLong.Initialize());
+    EXPECT_EQ(tooLong.GetDataDirectory(), "/kept");
+    EXPECT_TRUE(logged("GetDetails", 0, "Data directory in instance name " + name + " is too long."));
+    EXPECT_TRUE(logged("Initialize", 0, "Failed to initialize Domino Instance."));
+}
+
 TEST_F(Instance, InitializeNotesEnvStartsTheRuntimeAndConfirmsTheDataDirectory)
 {
     std::string name = "label" + kDelimiter + dataDir + "/";
@@ -119,6 +137,18 @@ TEST_F(Instance, InitializeNotesEnvForUnixLoadsAndStarts)
     EXPECT_EQ(status.GetErrorCode(), ERR_NOEXIST);
     EXPECT_TRUE(logged("InitializeNotesEnvForUnix", 0,
                        "Notes Initialization for domino instance unix, failed with error (259) "));
+}
+
+TEST_F(Instance, InitializeNotesEnvForUnixPassesLongArgumentsWhole)
+{
+    std::string deepDir = dataDir + "/" + std::string(200, 'x') + "/" + std::string(200, 'y') + "/" +
+                          std::string(200, 'z') + "/" + std::string(200, 'w') + "/" + std::string(200, 'v');
+    ASSERT_GT(deepDir.size(), 1024u);
+    std::filesystem::create_directories(deepDir);
+    writeNotesIni(deepDir);
+    // The runtime starts only if it can read the ini file at the whole path.
+    HyLNInstance instance("unix", "srv");
+    EXPECT_FALSE(instance.InitializeNotesEnvForUnix(dominoDir(), "=" + deepDir + "/notes.ini").IsErrorSet());
 }
 
 TEST_F(Instance, InitializeNotesEnvForUnixReportsALoadFailure)

@@ -2,6 +2,7 @@
 // injected faults and the call trace.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include "HySimControl.h"
@@ -61,6 +62,22 @@ TEST_F(Exports, InjectedExceptionsCrossTheCInterface)
     EXPECT_EQ(HySimSetFaultList("OSMemFree"), -1);
     EXPECT_EQ(HySimSetFaultList("OSMemFree=abc"), -1);
     EXPECT_EQ(HySimSetFaultList("Nope=1"), -1);
+}
+
+TEST_F(Exports, DelayedCallsSucceedLate)
+{
+    ASSERT_EQ(HySimSetFaultList("OSMemAlloc=delay:30@2"), 1);
+    DHANDLE first = 0;
+    DHANDLE second = 0;
+    ASSERT_EQ(OSMemAlloc(0, 16, &first), NOERROR);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(OSMemAlloc(0, 16, &second), NOERROR) << "a delay is not a failure";
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
+    EXPECT_NE(second, 0u);
+    EXPECT_EQ(OSMemFree(first), NOERROR);
+    EXPECT_EQ(OSMemFree(second), NOERROR);
+    EXPECT_EQ(HySimSetFaultList("OSMemAlloc=delay:"), -1);
+    EXPECT_EQ(HySimSetFaultList("OSMemAlloc=delay:soon"), -1);
 }
 
 TEST_F(Exports, TraceRecordsCallsWithIntegralArguments)

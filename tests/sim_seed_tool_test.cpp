@@ -341,4 +341,8 @@ TEST(SeedTool, ReportsItsWorkAndRefusesBadInvocations)
     EXPECT_EQ(seed_test::runSeeder("--users 3").exitCode, 2);
     EXPECT_EQ(seed_test::runSeeder("--dir " + dir + " --users many").exitCode, 2);
     EXPECT_EQ(seed_test::runSeeder("--dir " + dir + " --messages").exitCode, 2);
+    EXPECT_EQ(seed_test::runSeeder("--dir " + dir + " --bogus").exitCode, 2);
+    run = seed_test::runSeeder("--help");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_NE(run.output.find("--attachment-size"), std::string::npos) << run.output;
 }

@@ -37,8 +37,11 @@ void waitWhileDebugMarkerExists()
 
 char* copyToHeap(const std::string& text)
 {
-    char* buffer = static_cast<char*>(malloc(kPathBufferSize));
-    strcpy(buffer, text.c_str());
+    // At least the runtime's usual buffer size, and never shorter than the text.
+    size_t size = text.size() < kPathBufferSize ? kPathBufferSize : text.size() + 1;
+    char* buffer = static_cast<char*>(malloc(size));
+    if (buffer != nullptr)
+        memcpy(buffer, text.c_str(), text.size() + 1);
     return buffer;
 }
 
@@ -104,7 +107,12 @@ bool HyLNInstance::GetDetails()
         return false;
     }
     snprintf(dataDir, sizeof dataDir, "%s", delimiter + 1);
-    snprintf(iniPath, sizeof iniPath, "%s%snotes.ini", dataDir, "/");
+    int iniLength = snprintf(iniPath, sizeof iniPath, "%s%snotes.ini", dataDir, "/");
+    if (iniLength < 0 || static_cast<size_t>(iniLength) >= sizeof iniPath) {
+        // A cut ini path would start the runtime on some other file.
+        HYLN_LOG(0, "Data directory in instance name %s is too long.", instanceName.c_str());
+        return false;
+    }
     // A missing notes.ini is left for the runtime to report.
     (void)access(iniPath, F_OK);
     HYLN_LOG(0, "found data directory %s, exe directory %s and notes.ini path %s (%s)", dataDir, programDirectory,

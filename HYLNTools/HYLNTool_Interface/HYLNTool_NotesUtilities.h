@@ -190,8 +190,9 @@ public:
                                                          ITEM_TABLE* summary);
 
 private:
-    HCOMPUTE computeHandle;
-    FORMULAHANDLE formulaHandle;
+    // The size formula's state; the document-size functions are its only users.
+    [[maybe_unused]] HCOMPUTE computeHandle;
+    [[maybe_unused]] FORMULAHANDLE formulaHandle;
 };
 
 #endif

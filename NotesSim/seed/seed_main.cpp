@@ -68,9 +68,12 @@ seed::Totals seedDataDirectory(const seed::Options& options)
 int main(int argc, char** argv)
 {
     seed::Options options;
+    int parsed = seed::parseOptions(argc, argv, options);
+    if (parsed >= 0)
+        return parsed;
     std::string error;
-    if (!seed::parseOptions(argc, argv, options, error) || !isUsableDirectory(options.dataDir, options.force, error)) {
-        std::fprintf(stderr, "hyln-seed: %s\n%s", error.c_str(), seed::usage());
+    if (!isUsableDirectory(options.dataDir, options.force, error)) {
+        std::fprintf(stderr, "hyln-seed: %s\n", error.c_str());
         return 2;
     }
     try {

@@ -1,74 +1,49 @@
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <CLI/CLI.hpp>
 
 #include "seeder.h"
 
 namespace seed {
 namespace {
 
-bool parseCount(const char* text, unsigned long long limit, unsigned long long& value)
+CLI::Validator nonEmpty()
 {
-    if (text == nullptr || *text == '\0' || *text == '-')
-        return false;
-    char* end = nullptr;
-    errno = 0;
-    value = std::strtoull(text, &end, 10);
-    return errno == 0 && *end == '\0' && value <= limit;
-}
-
-// Applies one "--name value" option; false when the name or value is not usable.
-bool applyOption(const std::string& name, const char* value, Options& options)
-{
-    unsigned long long number = 0;
-    if (name == "--dir")
-        options.dataDir = value;
-    else if (name == "--server")
-        options.server = value;
-    else if (name == "--domain")
-        options.domain = value;
-    else if (name == "--users" && parseCount(value, 1000000, number))
-        options.users = number;
-    else if (name == "--messages" && parseCount(value, 1000000, number))
-        options.messages = number;
-    else if (name == "--attachment-size" && parseCount(value, 64ull << 20, number))
-        options.attachmentSize = number;
-    else if (name == "--seed" && parseCount(value, 0xFFFFFFFFull, number))
-        options.seed = static_cast<unsigned>(number);
-    else if (name == "--extra-dirs" && parseCount(value, 100, number))
-        options.extraDirs = number;
-    else
-        return false;
-    return true;
+    return CLI::Validator([](std::string& value) { return value.empty() ? std::string("must not be empty") : ""; },
+                          "", "non-empty");
 }
 
 } // namespace
 
-const char* usage()
+int parseOptions(int argc, char** argv, Options& options)
 {
-    return "usage: hyln-seed --dir DATA_DIR [--users N] [--messages M] [--attachment-size BYTES]\n"
-           "                 [--seed S] [--server NAME] [--domain NAME] [--extra-dirs N] [--force]\n";
-}
-
-bool parseOptions(int argc, char** argv, Options& options, std::string& error)
-{
-    for (int i = 1; i < argc; ++i) {
-        std::string name = argv[i];
-        if (name == "--force") {
-            options.force = true;
-            continue;
-        }
-        const char* value = i + 1 < argc ? argv[++i] : nullptr;
-        if (value == nullptr || !applyOption(name, value, options)) {
-            error = "bad option or value: " + name;
-            return false;
-        }
+    CLI::App app("Writes a sample server data directory (notes.ini and databases) through the simulated "
+                 "runtime's C API.",
+                 "hyln-seed");
+    app.set_help_flag("-h,--help", "Show this help and exit");
+    app.add_option("--dir", options.dataDir, "Data directory to create")->required();
+    app.add_option("--users", options.users, "People in the directory, each with a mail file")
+        ->check(CLI::Range(0, 1000000));
+    app.add_option("--messages", options.messages, "Memos in each mail file")->check(CLI::Range(0, 1000000));
+    app.add_option("--attachment-size", options.attachmentSize, "Bytes of each memo's attachment")
+        ->check(CLI::Range(0, 64 << 20));
+    app.add_option("--seed", options.seed, "Seed of the generated content (same seed, same server)");
+    app.add_option("--server", options.server, "Server name")->check(nonEmpty());
+    app.add_option("--domain", options.domain, "Domain name")->check(nonEmpty());
+    app.add_option("--extra-dirs", options.extraDirs, "Additional scan directories beside the data directory")
+        ->check(CLI::Range(0, 100));
+    app.add_flag("--force", options.force, "Seed a directory that is not empty");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& done) {
+        return app.exit(done);
+    } catch (const CLI::ParseError& error) {
+        std::fprintf(stderr, "hyln-seed: %s\nRun 'hyln-seed --help' for usage.\n", error.what());
+        return 2;
     }
-    if (options.dataDir.empty() || options.server.empty() || options.domain.empty()) {
-        error = "--dir, --server and --domain must not be empty";
-        return false;
+    if (options.dataDir.empty()) {
+        std::fprintf(stderr, "hyln-seed: --dir must not be empty\n");
+        return 2;
     }
-    return true;
+    return -1;
 }
 
 } // namespace seed

@@ -25,9 +25,8 @@ struct Options {
     bool force = false;
 };
 
-// Reads the command line; false with `error` set when it is not usable.
-bool parseOptions(int argc, char** argv, Options& options, std::string& error);
-const char* usage();
+// Reads the command line: -1 to go on, or the exit code (0 after --help, 2 for a usage error).
+int parseOptions(int argc, char** argv, Options& options);
 
 // Writes the databases of a data directory whose notes.ini is in place. Mail
 // files are written by worker processes, each with a runtime of its own, so

@@ -1,0 +1,254 @@
+#include "commands.h"
+
+#include <sys/stat.h>
+
+#include <set>
+#include <vector>
+
+#include "HYLNTool.h"
+#include "host_callbacks.h"
+#include "output.h"
+#include "spawn.h"
+
+namespace hyln {
+namespace {
+
+// Any non-zero status ends a search; this one stands for "the user pressed Ctrl-C".
+const unsigned short kSearchInterrupted = 1;
+
+std::string iniPathOf(const Options& options)
+{
+    return options.iniPath.empty() ? options.dataDir + "/notes.ini" : options.iniPath;
+}
+
+int fail(HyLNError status, const std::string& what, const std::string& subject)
+{
+    unsigned short code = status.GetErrorCode();
+    std::string text = status.GetMessage();
+    if (text.empty())
+        text = "(the runtime has no text for this code)";
+    output().failure(what + " failed for " + subject + ": Domino code " + std::to_string(code) + ": " + text,
+                     {{"operation", what}, {"subject", subject}, {"code", code}, {"message", text}});
+    return kFailure;
+}
+
+int failWith(const std::string& what, const std::string& subject, const std::string& why)
+{
+    output().failure(what + " failed for " + subject + ": " + why,
+                     {{"operation", what}, {"subject", subject}, {"message", why}});
+    return kFailure;
+}
+
+// The Domino runtime for the lifetime of one command.
+class Runtime {
+public:
+    ~Runtime()
+    {
+        if (started)
+            instance.TerminateNotes();
+    }
+
+    int start(const Options& options)
+    {
+        if (options.dataDir.empty())
+            return failWith("starting the Domino runtime", "the data directory",
+                            "no data directory given (--data or HYLN_DATA_DIR)");
+        instance = HyLNInstance("hyln\x12" + options.dataDir, options.server);
+        if (!instance.Initialize())
+            return failWith("starting the Domino runtime", options.dataDir, "the data directory is not usable");
+        instance.SetExePath(options.dominoDir);
+        std::string ini = iniPathOf(options);
+        HyLNError status = instance.InitializeNotesEnvForUnix(options.dominoDir, "=" + ini);
+        if (status.IsErrorSet()) {
+            // The loader's own lines end without a line break.
+            std::fputc('\n', stderr);
+            return fail(status, "starting the Domino runtime", options.dominoDir + " with " + ini);
+        }
+        started = true;
+        return kSuccess;
+    }
+
+private:
+    HyLNInstance instance;
+    bool started = false;
+};
+
+int finish(int result)
+{
+    return interrupted() ? kInterrupted : result;
+}
+
+long foundEntries()
+{
+    for (const std::string& text : host().logTexts)
+        if (text.rfind("Found [", 0) == 0)
+            return std::atol(text.c_str() + 7);
+    return 0;
+}
+
+void summarizeMailboxes(size_t reported)
+{
+    size_t noMailFile = countLogs("Warning: found a mail file equal to NULL");
+    size_t notText = countLogs("Warning: unrecognized data type");
+    size_t external = countLogs("Filtering non-linked, external mailbox");
+    size_t failed = countLogs("Database [");
+    long found = foundEntries();
+    long duplicates = found - static_cast<long>(reported + noMailFile + notText + external + failed);
+    if (duplicates < 0)
+        duplicates = 0;
+    char text[512];
+    std::snprintf(text, sizeof text,
+                  "\nfound %ld directory entries, reported %zu databases; skipped: %zu without a mail file, %zu "
+                  "with a mail file that is not text, %zu external mailboxes, %zu that failed, %ld duplicates%s",
+                  found, reported, noMailFile, notText, external, failed, duplicates,
+                  interrupted() ? " (interrupted)" : "");
+    output().summary(text, {{"databases", reported},
+                            {"entries", found},
+                            {"skipped",
+                             {{"without_mail_file", noMailFile},
+                              {"mail_file_not_text", notText},
+                              {"external", external},
+                              {"failed", failed},
+                              {"duplicates", duplicates}}},
+                            {"interrupted", interrupted()}});
+}
+
+int mailboxes(const Options& options)
+{
+    output().setCommand("discover mailboxes");
+    host().logTexts.clear();
+    MailboxLookupStruct lookup;
+    HyLNUtilities::InitializeMBLookup(lookup, options.fullName);
+    std::set<std::string> reported;
+    size_t before = host().recordsReceived;
+    HyLNError status = HyLNUtilities::DiscoverMailboxes(options.server, &reported, lookup, options.quick);
+    size_t count = host().recordsReceived - before;
+    summarizeMailboxes(count);
+    // The result is the last entry's status; failures of single entries are in the summary.
+    if (status.IsErrorSet() && count == 0 && !interrupted())
+        return fail(status, "mailbox discovery", options.server.empty() ? "the local server" : options.server);
+    return finish(kSuccess);
+}
+
+unsigned short collectPath(void* context, SEARCH_MATCH*, ITEM_TABLE* summary)
+{
+    if (interrupted())
+        return kSearchInterrupted;
+    std::string path;
+    if (HyLNUtilities::GetSummaryValue(summary, "$Path", path)) {
+        auto& paths = *static_cast<std::set<std::string>*>(context);
+        if (paths.insert(path).second)
+            output().progress(paths.size(), "databases found");
+    }
+    return 0;
+}
+
+int databases(const Options& options)
+{
+    output().setCommand("discover databases");
+    std::string directory = options.directory.empty() ? options.dataDir : options.directory;
+    std::set<std::string> paths;
+    HyLNError status = HyLNUtilities::DiscoverDatabases(directory, &paths, collectPath);
+    if (status.IsErrorSet() && !interrupted())
+        return fail(status, "database discovery", directory);
+    for (const std::string& path : paths)
+        output().record(path, {{"path", path}});
+    output().summary("\nfound " + std::to_string(paths.size()) + " databases in " + directory +
+                         (interrupted() ? " (interrupted)" : ""),
+                     {{"databases", paths.size()}, {"directory", directory}, {"interrupted", interrupted()}});
+    return finish(kSuccess);
+}
+
+int additional(const Options& options)
+{
+    output().setCommand("discover additional");
+    std::set<std::string> names;
+    std::string directories = options.directories;
+    size_t before = host().recordsReceived;
+    if (!HyLNUtilities::GetAdditionalDatabases(&names, &directories, !options.listOnly, options.quick))
+        return failWith("scanning additional directories", options.directories, "see the log lines above");
+    if (options.listOnly)
+        for (const std::string& name : names)
+            output().record(name, {{"path", name}});
+    size_t count = options.listOnly ? names.size() : host().recordsReceived - before;
+    output().summary("\nfound " + std::to_string(count) + " databases in " + options.directories +
+                         (interrupted() ? " (interrupted)" : ""),
+                     {{"databases", count}, {"directory", options.directories}, {"interrupted", interrupted()}});
+    return finish(kSuccess);
+}
+
+bool fileExists(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+int seedSampleServer(const Options& options)
+{
+    std::fprintf(stderr, "creating a sample server in %s\n", options.dataDir.c_str());
+    std::vector<std::string> arguments = {options.seeder, "--dir",          options.dataDir, "--users",
+                                          "25",           "--messages",     "20",            "--attachment-size",
+                                          "4096",         "--seed",         "7",             "--extra-dirs",
+                                          "2"};
+    std::string error;
+    int exitCode = runProgram(arguments, error);
+    if (exitCode == 0)
+        return kSuccess;
+    if (exitCode < 0)
+        return failWith("seeding the sample server", options.dataDir, error);
+    return failWith("seeding the sample server", options.dataDir,
+                    options.seeder + " ended with exit code " + std::to_string(exitCode));
+}
+
+} // namespace
+
+int discoverMailboxes(const Options& options)
+{
+    Runtime runtime;
+    if (int failed = runtime.start(options))
+        return failed;
+    return mailboxes(options);
+}
+
+int discoverDatabases(const Options& options)
+{
+    Runtime runtime;
+    if (int failed = runtime.start(options))
+        return failed;
+    return databases(options);
+}
+
+int discoverAdditional(const Options& options)
+{
+    Runtime runtime;
+    if (int failed = runtime.start(options))
+        return failed;
+    return additional(options);
+}
+
+int runDemo(Options options)
+{
+    output().setCommand("demo");
+    if (!fileExists(options.dataDir + "/names.nsf")) {
+        if (int failed = seedSampleServer(options))
+            return failed;
+        if (interrupted())
+            return kInterrupted;
+    }
+    Runtime runtime;
+    if (int failed = runtime.start(options))
+        return failed;
+    output().heading("== Mailboxes of the server (full records, owner names from the directory)");
+    options.fullName = true;
+    int result = mailboxes(options);
+    if (result != kSuccess)
+        return result;
+    output().heading("\n== Databases of the data directory");
+    if ((result = databases(options)) != kSuccess)
+        return result;
+    output().heading("\n== Additional scan directories");
+    options.directories = options.dataDir + "/extra1?" + options.dataDir + "/extra2";
+    return additional(options);
+}
+
+} // namespace hyln

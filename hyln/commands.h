@@ -1,0 +1,32 @@
+// hyln's jobs, each as a backup agent would run it through the library.
+#ifndef HYLN_COMMANDS_H
+#define HYLN_COMMANDS_H
+
+#include <string>
+
+namespace hyln {
+
+// Exit codes of every command.
+enum ExitCode { kSuccess = 0, kFailure = 1, kUsage = 2, kInterrupted = 130 };
+
+struct Options {
+    std::string dominoDir;
+    std::string dataDir;
+    std::string iniPath; // empty: DATA/notes.ini
+    std::string server;
+    std::string seeder;  // the demo's seeding program
+    bool quick = false;
+    bool fullName = false;
+    bool listOnly = false;
+    std::string directory;   // discover databases: the directory to scan (default: data directory)
+    std::string directories; // discover additional: "DIR1?DIR2"
+};
+
+int discoverMailboxes(const Options& options);
+int discoverDatabases(const Options& options);
+int discoverAdditional(const Options& options);
+int runDemo(Options options);
+
+} // namespace hyln
+
+#endif

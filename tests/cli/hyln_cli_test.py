@@ -1,0 +1,198 @@
+"""hyln as its users drive it: command-line conventions, standard output that stays
+parseable, interruption, and data paths that a shell would misread."""
+import json
+import os
+import shutil
+import signal
+import subprocess
+import unittest
+
+BIN_DIR = os.environ["HYLN_TEST_BIN_DIR"]
+WORK_DIR = os.environ["HYLN_TEST_WORK_DIR"]
+HYLN = os.path.join(BIN_DIR, "hyln")
+SEEDER = os.path.join(BIN_DIR, "hyln-seed")
+SERVER_DIR = os.path.join(WORK_DIR, "server")
+USERS_REPORTED = 25  # the seeded server's mail files that discovery reports
+
+
+def run(*args, env=None, cwd=None):
+    # Bytes decoded here: text mode would turn the progress line's carriage returns into line ends.
+    result = subprocess.run([HYLN, *args], capture_output=True, env=env, cwd=cwd, timeout=300)
+    result.stdout = result.stdout.decode()
+    result.stderr = result.stderr.decode()
+    return result
+
+
+def json_lines(stdout):
+    return [json.loads(line) for line in stdout.splitlines()]
+
+
+def setUpModule():
+    shutil.rmtree(WORK_DIR, ignore_errors=True)
+    os.makedirs(WORK_DIR)
+    subprocess.run([SEEDER, "--dir", SERVER_DIR, "--users", "25", "--messages", "2", "--seed", "7",
+                    "--extra-dirs", "2"], check=True, capture_output=True, timeout=300)
+
+
+class Conventions(unittest.TestCase):
+    def test_help_goes_to_standard_output_and_exits_0(self):
+        for args in (["--help"], ["-h"], ["help"], ["help", "discover"], ["help", "discover", "mailboxes"],
+                     ["discover", "mailboxes", "--help"], ["demo", "-h"]):
+            with self.subTest(args=args):
+                result = run(*args)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertIn("Usage:", result.stdout)
+                self.assertEqual(result.stderr, "")
+        self.assertIn("--full-name", run("help", "discover", "mailboxes").stdout)
+        self.assertIn("\"type\"", run("--help").stdout, "the JSON keys are documented")
+
+    def test_version_names_library_and_runtime(self):
+        result = run("--version")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        lines = result.stdout.splitlines()
+        self.assertRegex(lines[0], r"^hyln \d+\.\d+\.\d+$")
+        self.assertRegex(lines[1], r"^library: HYLNTool \d+\.\d+\.\d+ built \d{4}-\d\d-\d\d \(.*libHYLNTool\.so")
+        self.assertRegex(lines[2], r"^runtime: .*\(HYLNTool simulated runtime ")
+        missing = run("--domino", os.path.join(WORK_DIR, "nowhere"), "--version")
+        self.assertIn("runtime: none at", missing.stdout)
+
+    def test_usage_errors_name_the_culprit_and_exit_2(self):
+        cases = {("--bogus",): "--bogus", ("discover", "mailboxes", "--bogus"): "--bogus",
+                 ("--data",): "--data", ("--log-level", "x", "demo"): "--log-level",
+                 ("discover", "databases", "a", "b"): "b", ("help", "nope"): "nope", (): "command is required",
+                 ("discover",): "command is required", ("discover", "additional"): "directories"}
+        for args, named in cases.items():
+            with self.subTest(args=args):
+                result = run(*args)
+                self.assertEqual(result.returncode, 2)
+                self.assertIn(named, result.stderr)
+                self.assertEqual(result.stdout, "")
+
+    def test_failure_exits_1_with_the_domino_code_and_the_path(self):
+        nowhere = os.path.join(WORK_DIR, "no-such-data")
+        result = run("--data", nowhere, "discover", "databases")
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr, r"hyln: starting the Domino runtime failed for .*" + nowhere +
+                         r"/notes\.ini: Domino code \d+: \S")
+
+    def test_what_the_library_prints_itself_stays_off_standard_output(self):
+        result = run("--domino", os.path.join(WORK_DIR, "nowhere"), "--data", SERVER_DIR, "discover", "mailboxes")
+        self.assertEqual(result.returncode, 1)
+        self.assertEqual(result.stdout, "")
+        self.assertIn("dynamic loading failed", result.stderr)
+        self.assertIn("Domino code 1:", result.stderr)
+
+
+class JsonOutput(unittest.TestCase):
+    COMMANDS = [["discover", "mailboxes"], ["discover", "mailboxes", "--quick"], ["discover", "databases"],
+                ["discover", "additional", SERVER_DIR + "/extra1?" + SERVER_DIR + "/extra2"],
+                ["discover", "additional", "--list", SERVER_DIR + "/extra1"]]
+
+    def test_every_command_writes_records_then_one_summary(self):
+        for command in self.COMMANDS:
+            with self.subTest(command=command):
+                result = run("--json", "--data", SERVER_DIR, *command)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                lines = json_lines(result.stdout)
+                records, summary = lines[:-1], lines[-1]
+                self.assertEqual(summary["type"], "summary")
+                self.assertEqual(summary["command"], " ".join(command[:2]))
+                self.assertEqual(summary["databases"], len(records))
+                self.assertFalse(summary["interrupted"])
+                self.assertTrue(records)
+                for record in records:
+                    self.assertEqual(record["type"], "database")
+                    self.assertTrue(record["path"])
+
+    def test_full_records_split_into_named_fields(self):
+        result = run("--json", "--data", SERVER_DIR, "discover", "mailboxes", "--full-name")
+        records = json_lines(result.stdout)[:-1]
+        self.assertEqual(len(records), USERS_REPORTED)
+        for record in records:
+            self.assertEqual(set(record), {"type", "command", "path", "title", "view", "replica", "owner"})
+            self.assertRegex(record["replica"], r"^[0-9A-F]+:[0-9A-F]{8}$")
+            self.assertTrue(record["owner"].startswith("CN="))
+
+    def test_failures_are_json_too(self):
+        for domino in (os.path.join(WORK_DIR, "nowhere"), None):
+            args = ["--json", "--data", os.path.join(WORK_DIR, "no-such-data")]
+            if domino:
+                args += ["--domino", domino]
+            with self.subTest(domino=domino):
+                result = run(*args, "discover", "databases")
+                self.assertEqual(result.returncode, 1)
+                [error] = json_lines(result.stdout)
+                self.assertEqual(error["type"], "error")
+                self.assertEqual(error["command"], "discover databases")
+                self.assertIsInstance(error["code"], int)
+                self.assertNotEqual(error["code"], 0)
+                self.assertTrue(error["message"])
+
+    def test_demo_is_json_lines_throughout(self):
+        result = run("--json", "--data", SERVER_DIR, "demo")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        lines = json_lines(result.stdout)
+        summaries = [line["command"] for line in lines if line["type"] == "summary"]
+        self.assertEqual(summaries, ["discover mailboxes", "discover databases", "discover additional"])
+
+
+class Progress(unittest.TestCase):
+    def test_progress_only_on_request_when_not_a_terminal(self):
+        plain = run("--data", SERVER_DIR, "discover", "mailboxes")
+        self.assertNotIn("\r", plain.stderr)
+        self.assertIn("reported 25 databases", plain.stderr)
+        forced = run("--progress", "--data", SERVER_DIR, "discover", "mailboxes")
+        self.assertIn("\r25 databases reported...", forced.stderr)
+        quiet = run("--quiet", "--progress", "--data", SERVER_DIR, "discover", "mailboxes")
+        self.assertNotIn("\r", quiet.stderr)
+        self.assertNotIn("reported 25 databases", quiet.stderr)
+        self.assertEqual(quiet.stdout, plain.stdout)
+
+
+class Interruption(unittest.TestCase):
+    def interrupt_after_first_record(self, *args):
+        # Every database open takes a while, so discovery is still running when the signal comes.
+        env = dict(os.environ, HYSIM_FAULTS="NSFDbOpen=delay:150")
+        process = subprocess.Popen([HYLN, "--data", SERVER_DIR, *args], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=env)
+        first = process.stdout.readline()
+        process.send_signal(signal.SIGINT)
+        rest, errors = process.communicate(timeout=120)
+        return process.returncode, first + rest, errors
+
+    def test_ctrl_c_ends_discovery_after_the_current_item_with_130(self):
+        code, out, errors = self.interrupt_after_first_record("discover", "mailboxes")
+        self.assertEqual(code, 130, errors)
+        self.assertIn("(interrupted)", errors)
+        self.assertLess(len(out.splitlines()), USERS_REPORTED)
+
+    def test_interrupted_json_run_ends_with_its_summary(self):
+        code, out, _ = self.interrupt_after_first_record("--json", "discover", "mailboxes")
+        self.assertEqual(code, 130)
+        lines = json_lines(out)
+        self.assertEqual(lines[-1]["type"], "summary")
+        self.assertTrue(lines[-1]["interrupted"])
+        self.assertEqual(lines[-1]["databases"], len(lines) - 1)
+
+
+class DemoPaths(unittest.TestCase):
+    def test_a_data_path_that_a_shell_would_misread_is_just_a_path(self):
+        scratch = os.path.join(WORK_DIR, "injection")
+        os.makedirs(scratch, exist_ok=True)
+        data = os.path.join(scratch, "it's a \"data\" dir; touch INJECTED; $(touch INJECTED2)")
+        result = run("--data", data, "demo", cwd=scratch)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertTrue(os.path.exists(os.path.join(data, "names.nsf")))
+        self.assertEqual(sorted(os.listdir(scratch)), [os.path.basename(data)])
+        self.assertIn("found 6 databases in", result.stderr)
+
+    def test_demo_reports_a_seeder_that_fails(self):
+        blocked = os.path.join(WORK_DIR, "a-file")
+        open(blocked, "w").close()
+        result = run("--data", blocked, "demo")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("seeding the sample server failed for " + blocked, result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
