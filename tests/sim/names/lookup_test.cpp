@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 
 using storage_test::StorageTest;
 

@@ -1,5 +1,5 @@
 // Database objects and file attachments.
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 
 using storage_test::StorageTest;
 using storage_test::writeFile;

@@ -1,7 +1,7 @@
 // NSFSearch over a database: class mask, time limits, summaries, stopping, directories.
 #include <unistd.h>
 
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 #include "summary.h"
 
 using storage_test::StorageTest;

@@ -1,5 +1,5 @@
 // Notes and items: values of each type round trip, identity, revisions, conflicts, handles.
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 
 using storage_test::StorageTest;
 

@@ -2,7 +2,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
-#include "sim_storage_fixture.h"
+#include "sim/support/storage_fixture.h"
 
 using storage_test::StorageTest;
 using storage_test::writeFile;

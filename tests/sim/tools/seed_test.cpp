@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "sim_seed_support.h"
+#include "sim/support/seed_support.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "HySimControl.h"
-#include "sim_seed_support.h"
+#include "sim/support/seed_support.h"
 
 namespace {
 
