@@ -32,6 +32,8 @@ int fail(HyLNError status, const std::string& what, const std::string& subject)
     return kFailure;
 }
 
+} // namespace
+
 int failWith(const std::string& what, const std::string& subject, const std::string& why)
 {
     output().failure(what + " failed for " + subject + ": " + why,
@@ -39,13 +41,34 @@ int failWith(const std::string& what, const std::string& subject, const std::str
     return kFailure;
 }
 
+namespace {
+
+// The runtime takes its paths in 1024-byte buffers; longer ones are refused before anything starts.
+int checkPathLengths(const Options& options)
+{
+    const size_t kLongestPath = 1023;
+    for (const std::string& path : {options.dominoDir, "=" + iniPathOf(options), options.dataDir + "/notes.ini"})
+        if (path.size() > kLongestPath)
+            return failWith("starting the Domino runtime", path,
+                            "the path is " + std::to_string(path.size()) + " bytes long, longer than " +
+                                std::to_string(kLongestPath));
+    return kSuccess;
+}
+
 // The Domino runtime for the lifetime of one command.
 class Runtime {
 public:
     ~Runtime()
     {
-        if (started)
+        if (!started)
+            return;
+        try {
             instance.TerminateNotes();
+        } catch (const std::exception& failure) {
+            std::fprintf(stderr, "hyln: stopping the Domino runtime failed: %s\n", failure.what());
+        } catch (...) {
+            std::fprintf(stderr, "hyln: stopping the Domino runtime failed with an unknown exception\n");
+        }
     }
 
     int start(const Options& options)
@@ -53,6 +76,8 @@ public:
         if (options.dataDir.empty())
             return failWith("starting the Domino runtime", "the data directory",
                             "no data directory given (--data or HYLN_DATA_DIR)");
+        if (int failed = checkPathLengths(options))
+            return failed;
         instance = HyLNInstance("hyln\x12" + options.dataDir, options.server);
         if (!instance.Initialize())
             return failWith("starting the Domino runtime", options.dataDir, "the data directory is not usable");
@@ -194,6 +219,8 @@ int seedSampleServer(const Options& options)
     int exitCode = runProgram(arguments, error);
     if (exitCode == 0)
         return kSuccess;
+    if (interrupted())
+        return kInterrupted;
     if (exitCode < 0)
         return failWith("seeding the sample server", options.dataDir, error);
     return failWith("seeding the sample server", options.dataDir,
@@ -232,8 +259,6 @@ int runDemo(Options options)
     if (!fileExists(options.dataDir + "/names.nsf")) {
         if (int failed = seedSampleServer(options))
             return failed;
-        if (interrupted())
-            return kInterrupted;
     }
     Runtime runtime;
     if (int failed = runtime.start(options))

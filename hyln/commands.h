@@ -22,6 +22,9 @@ struct Options {
     std::string directories; // discover additional: "DIR1?DIR2"
 };
 
+// Reports a failure that has no Domino status: `what` failed for `subject` because of `why`.
+int failWith(const std::string& what, const std::string& subject, const std::string& why);
+
 int discoverMailboxes(const Options& options);
 int discoverDatabases(const Options& options);
 int discoverAdditional(const Options& options);

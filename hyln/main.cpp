@@ -125,7 +125,14 @@ public:
     {
         const Command* command = chosenCommand();
         hyln::output().setCommand(command->name);
-        return command->run(options);
+        // The library lets exceptions from the runtime through; the job ends, hyln does not.
+        try {
+            return command->run(options);
+        } catch (const std::exception& failure) {
+            return hyln::failWith(command->name, "the job", std::string("an exception escaped: ") + failure.what());
+        } catch (...) {
+            return hyln::failWith(command->name, "the job", "an exception of unknown type escaped");
+        }
     }
 
     CLI::App app;

@@ -35,13 +35,12 @@ void waitWhileDebugMarkerExists()
     }
 }
 
+// The caller has checked that the text fits.
 char* copyToHeap(const std::string& text)
 {
-    // At least the runtime's usual buffer size, and never shorter than the text.
-    size_t size = text.size() < kPathBufferSize ? kPathBufferSize : text.size() + 1;
-    char* buffer = static_cast<char*>(malloc(size));
+    char* buffer = static_cast<char*>(calloc(1, kPathBufferSize));
     if (buffer != nullptr)
-        memcpy(buffer, text.c_str(), text.size() + 1);
+        memcpy(buffer, text.c_str(), text.size());
     return buffer;
 }
 
@@ -159,6 +158,15 @@ HyLNError HyLNInstance::InitializeNotesEnv()
 HyLNError HyLNInstance::InitializeNotesEnvForUnix(std::string installDir, std::string iniArgument)
 {
     HyLNError status;
+    for (const std::string* argument : {&installDir, &iniArgument}) {
+        if (argument->size() >= kPathBufferSize) {
+            // A cut path would start the runtime on another directory or ini file.
+            HYLN_LOG(0, "Runtime argument too long (%zu bytes, at most %zu): %s", argument->size(),
+                     kPathBufferSize - 1, argument->c_str());
+            status.SetCustomMessage("Runtime argument too long (%zu bytes)", argument->size());
+            return status;
+        }
+    }
     if (!loadNotesFunctions(installDir)) {
         fputs("dynamic loading failed", stdout);
         status.SetError(kLoadFailedStatus);

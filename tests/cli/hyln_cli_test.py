@@ -83,6 +83,36 @@ class Conventions(unittest.TestCase):
         self.assertIn("Domino code 1:", result.stderr)
 
 
+class BadInput(unittest.TestCase):
+    def test_paths_too_long_for_the_runtime_fail_cleanly(self):
+        deep = "/" + "d" * 1100
+        for args in (["--data", SERVER_DIR, "--ini", deep], ["--data", deep],
+                     ["--data", SERVER_DIR, "--domino", deep]):
+            with self.subTest(option=args[-2]):
+                result = run(*args, "discover", "mailboxes")
+                self.assertEqual(result.returncode, 1, result.stderr)
+                self.assertIn("longer than 1023", result.stderr)
+                self.assertNotIn("Sanitizer", result.stderr)
+
+    def test_an_exception_from_the_runtime_ends_the_job_not_the_process(self):
+        for fault, culprit in (("NSFDbOpen=throw@3", "NSFDbOpen"), ("NAMELookup2=throw", "NAMELookup2")):
+            with self.subTest(fault=fault):
+                env = dict(os.environ, HYSIM_FAULTS=fault)
+                result = run("--json", "--data", SERVER_DIR, "discover", "mailboxes", env=env)
+                self.assertEqual(result.returncode, 1, result.stderr)
+                error = json_lines(result.stdout)[-1]
+                self.assertEqual(error["type"], "error")
+                self.assertIn("exception", error["message"])
+                self.assertIn(culprit, error["message"])
+
+    def test_a_throwing_shutdown_is_reported_after_the_work(self):
+        env = dict(os.environ, HYSIM_FAULTS="NotesTerm=throw")
+        result = run("--data", SERVER_DIR, "discover", "databases", env=env)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("names.nsf", result.stdout)
+        self.assertIn("stopping the Domino runtime failed: injected exception in NotesTerm", result.stderr)
+
+
 class JsonOutput(unittest.TestCase):
     COMMANDS = [["discover", "mailboxes"], ["discover", "mailboxes", "--quick"], ["discover", "databases"],
                 ["discover", "additional", SERVER_DIR + "/extra1?" + SERVER_DIR + "/extra2"],

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -139,16 +138,32 @@ TEST_F(Instance, InitializeNotesEnvForUnixLoadsAndStarts)
                        "Notes Initialization for domino instance unix, failed with error (259) "));
 }
 
-TEST_F(Instance, InitializeNotesEnvForUnixPassesLongArgumentsWhole)
+TEST_F(Instance, InitializeNotesEnvForUnixRefusesArgumentsThatDoNotFit)
 {
-    std::string deepDir = dataDir + "/" + std::string(200, 'x') + "/" + std::string(200, 'y') + "/" +
-                          std::string(200, 'z') + "/" + std::string(200, 'w') + "/" + std::string(200, 'v');
-    ASSERT_GT(deepDir.size(), 1024u);
-    std::filesystem::create_directories(deepDir);
-    writeNotesIni(deepDir);
-    // The runtime starts only if it can read the ini file at the whole path.
-    HyLNInstance instance("unix", "srv");
-    EXPECT_FALSE(instance.InitializeNotesEnvForUnix(dominoDir(), "=" + deepDir + "/notes.ini").IsErrorSet());
+    std::string longest = "=" + dataDir + "/" + std::string(1022 - dataDir.size() - 1, 'n');
+    ASSERT_EQ(longest.size(), 1023u);
+    std::string tooLong = longest + "i";
+    struct Case {
+        std::string program, ini, refused;
+    } cases[] = {{dominoDir(), tooLong, tooLong},
+                 {std::string(1024, 'p'), "=" + dataDir + "/notes.ini", std::string(1024, 'p')}};
+    sim().traceClear();
+    for (const Case& c : cases) {
+        captureLog();
+        HyLNError status = HyLNInstance("unix", "srv").InitializeNotesEnvForUnix(c.program, c.ini);
+        EXPECT_TRUE(status.IsErrorSet());
+        EXPECT_EQ(status.GetErrorCode(), 0xFFFF);
+        EXPECT_EQ(status.GetMessage(), "Runtime argument too long (" + std::to_string(c.refused.size()) + " bytes)");
+        EXPECT_TRUE(logged("InitializeNotesEnvForUnix", 0,
+                           "Runtime argument too long (" + std::to_string(c.refused.size()) +
+                               " bytes, at most 1023): " + c.refused));
+        EXPECT_EQ(sim().callCount("NotesInitExtended"), 0u);
+    }
+    // The longest argument that fits reaches the runtime whole (which then finds no such file).
+    HyLNError status = HyLNInstance("unix", "srv").InitializeNotesEnvForUnix(dominoDir(), longest);
+    EXPECT_TRUE(status.IsErrorSet());
+    EXPECT_NE(status.GetErrorCode(), 0xFFFF);
+    EXPECT_EQ(sim().callCount("NotesInitExtended"), 1u);
 }
 
 TEST_F(Instance, InitializeNotesEnvForUnixReportsALoadFailure)
