@@ -87,8 +87,11 @@ private:
         token.number = std::strtod(start, &end);
         pos_ += static_cast<size_t>(end - start);
         // "12abc" is no number followed by a name, it is a mistake.
-        if (pos_ < text_.size() && isNameChar(text_[pos_]))
+        if (pos_ < text_.size() && isNameChar(text_[pos_])) {
+            while (pos_ < text_.size() && isNameChar(text_[pos_]))
+                ++pos_;
             return finish(token, Token::Kind::Bad);
+        }
         return finish(token, Token::Kind::Number);
     }
 
