@@ -43,6 +43,54 @@ HyLNUtilities::HyLNUtilities() : computeHandle(nullptr), formulaHandle(NULLHANDL
 
 HyLNUtilities::~HyLNUtilities() {}
 
+// ---- Note-size formula ----
+
+HyLNError HyLNUtilities::InitializeFormulaComputation()
+{
+    HyLNError status;
+    // Also after a shutdown or a failed start: the handles are never reset.
+    if (computeHandle != nullptr || formulaHandle != NULLHANDLE) {
+        status.SetCustomMessage(std::string("Formula already initialized"));
+        return status;
+    }
+    static const char kSizeFormula[] = "@DocLength";
+    WORD formulaLength = 0;
+    WORD ignored = 0; // every compile-error detail lands here and is not read
+    STATUS result = HY_NSFFormulaCompile(nullptr, 0, kSizeFormula, sizeof kSizeFormula - 1, &formulaHandle,
+                                         &formulaLength, &ignored, &ignored, &ignored, &ignored, &ignored);
+    if (result != NOERROR) {
+        status.SetError(result);
+        return status;
+    }
+    void* formula = HY_OSLockObject(formulaHandle);
+    result = HY_NSFComputeStart(0, formula, &computeHandle);
+    if (result != NOERROR) {
+        status.SetError(result);
+        HY_OSUnlockObject(formulaHandle);
+        HY_OSMemFree(formulaHandle);
+    }
+    // On success the formula stays locked for as long as the computation runs.
+    return status;
+}
+
+HyLNError HyLNUtilities::ShutdownFormulaComputation()
+{
+    HyLNError status;
+    if (computeHandle == nullptr || formulaHandle == NULLHANDLE) {
+        status.SetCustomMessage(std::string("Note Size Formula is not initialized"));
+        return status;
+    }
+    HY_OSUnlockObject(formulaHandle);
+    HY_OSMemFree(formulaHandle);
+    status.SetError(HY_NSFComputeStop(computeHandle));
+    return status;
+}
+
+HCOMPUTE HyLNUtilities::GetSizeFormulaHandle()
+{
+    return computeHandle;
+}
+
 std::string HyLNUtilities::GetNotesErrorMsg(unsigned short code)
 {
     char buffer[1024] = {};

@@ -93,6 +93,12 @@ public:
     // Status text.
     static std::string GetNotesErrorMsg(unsigned short code);
 
+    // The note-size formula: one initialise/shutdown cycle per object.
+    HyLNError InitializeFormulaComputation();
+    HyLNError ShutdownFormulaComputation();
+    // Null until the computation has started.
+    HCOMPUTE GetSizeFormulaHandle();
+
     // Time and date.
     static HyLNError GetTimeDate(std::string text, TIMEDATE& value);
     static HyLNError GetTimeString(TIMEDATE value, std::string& text);
@@ -191,8 +197,8 @@ public:
 
 private:
     // The size formula's state; the document-size functions are its only users.
-    [[maybe_unused]] HCOMPUTE computeHandle;
-    [[maybe_unused]] FORMULAHANDLE formulaHandle;
+    HCOMPUTE computeHandle;
+    FORMULAHANDLE formulaHandle;
 };
 
 #endif

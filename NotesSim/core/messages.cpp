@@ -74,6 +74,8 @@ constexpr Message kMessages[] = {
     {sim::STS_SERVER_NOT_RESPONDING, "The simulated runtime reaches only the local server."},
     {sim::STS_PATH_OUTSIDE, "The path leaves the data directory."},
     {sim::STS_UNSUPPORTED, "The simulated runtime does not support this mode or option."},
+    {sim::STS_FORMULA_EVALUATION, "The formula met a value of the wrong type for its operator or @function, or divided by zero."},
+    {sim::STS_FORMULA_RESULT_TOO_LARGE, "The formula result is larger than 65535 bytes."},
 };
 
 constexpr bool sortedByCode()

@@ -42,6 +42,8 @@ enum : STATUS {
     STS_SERVER_NOT_RESPONDING = 0x3F07, // a server other than the local one
     STS_PATH_OUTSIDE = 0x3F08,       // a relative path that leaves the data directory
     STS_UNSUPPORTED = 0x3F09,        // a mode or option the simulation does not support
+    STS_FORMULA_EVALUATION = 0x3F0A, // a formula met a value of the wrong type, or divided by zero
+    STS_FORMULA_RESULT_TOO_LARGE = 0x3F0B, // a formula result does not fit its WORD length
 };
 
 constexpr size_t kEntryCount = 0

@@ -47,6 +47,30 @@ std::vector<ItemRecord> itemRecords(const NoteObject& note)
     return records;
 }
 
+BLOCKID blockOf(DHANDLE pool)
+{
+    BLOCKID id{};
+    id.pool = pool;
+    id.block = 0;
+    return id;
+}
+
+// The item's header block: flags, name length, type, value length, then the name.
+DHANDLE itemHeaderBlock(NoteItem& item, WORD type, DWORD valueLength)
+{
+    if (item.header != NULLHANDLE && findHandle(item.header, HandleKind::Memory))
+        return item.header;
+    std::vector<char> header(3 * sizeof(WORD) + sizeof(DWORD));
+    WORD nameLength = static_cast<WORD>(item.name.size());
+    std::memcpy(header.data(), &item.flags, sizeof(WORD));
+    std::memcpy(header.data() + 2, &nameLength, sizeof(WORD));
+    std::memcpy(header.data() + 4, &type, sizeof(WORD));
+    std::memcpy(header.data() + 6, &valueLength, sizeof(DWORD));
+    header.insert(header.end(), item.name.begin(), item.name.end());
+    item.header = allocateMemoryWith(header.data(), header.size());
+    return item.header;
+}
+
 namespace {
 
 // The first item named `name` (`length` bytes; null = the first item), or null.
@@ -126,30 +150,6 @@ bool timeOfValue(const std::vector<char>& value, TIMEDATE& time)
         return false;
     std::memcpy(&time, data + sizeof range, sizeof time);
     return true;
-}
-
-BLOCKID blockOf(DHANDLE pool)
-{
-    BLOCKID id{};
-    id.pool = pool;
-    id.block = 0;
-    return id;
-}
-
-// The item's header block: flags, name length, type, value length, then the name.
-DHANDLE itemHeaderBlock(NoteItem& item, WORD type, DWORD valueLength)
-{
-    if (item.header != NULLHANDLE && findHandle(item.header, HandleKind::Memory))
-        return item.header;
-    std::vector<char> header(3 * sizeof(WORD) + sizeof(DWORD));
-    WORD nameLength = static_cast<WORD>(item.name.size());
-    std::memcpy(header.data(), &item.flags, sizeof(WORD));
-    std::memcpy(header.data() + 2, &nameLength, sizeof(WORD));
-    std::memcpy(header.data() + 4, &type, sizeof(WORD));
-    std::memcpy(header.data() + 6, &valueLength, sizeof(DWORD));
-    header.insert(header.end(), item.name.begin(), item.name.end());
-    item.header = allocateMemoryWith(header.data(), header.size());
-    return item.header;
 }
 
 void removeItemsNamed(NoteObject& note, const char* name, size_t length, bool& removed)

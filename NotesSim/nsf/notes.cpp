@@ -386,3 +386,21 @@ STATUS impl::NSFDbGetNoteInfoByUNID(DBHANDLE hDB, UNID* pUNID, NOTEID* retNoteID
         status = storage->findNoteByUnid(*pUNID, record);
     return status != NOERROR ? status : sim::reportNoteInfo(record, retNoteID, retOID, retModTime, retClass);
 }
+
+STATUS impl::NSFNoteDelete(DBHANDLE hDB, NOTEID NoteID, WORD UpdateFlags)
+{
+    std::shared_ptr<sim::Storage> storage;
+    STATUS status = sim::lookupStorage(hDB, storage);
+    if (status != NOERROR)
+        return status;
+    return storage->removeNote(NoteID, (UpdateFlags & UPDATE_NOSTUB) ? sim::NoteRemoval::NoStub : sim::NoteRemoval::Stub);
+}
+
+STATUS impl::NSFNoteHardDelete(DBHANDLE hDB, NOTEID NoteID, DWORD Reserved)
+{
+    (void)Reserved;
+    std::shared_ptr<sim::Storage> storage;
+    STATUS status = sim::lookupStorage(hDB, storage);
+    // There is no soft deletion here: a hard delete takes a live note or its stub for good.
+    return status != NOERROR ? status : storage->removeNote(NoteID, sim::NoteRemoval::Purge);
+}

@@ -743,6 +743,36 @@ STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items,
     return status;
 }
 
+STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
+{
+    return guarded([&] {
+        Transaction tx(db_);
+        NoteRecord stored;
+        if (!selectNote(db_, "WHERE note_id = ?", id, stored))
+            throw Failure{ERR_INVALID_NOTE};
+        if (stored.deleted && how != NoteRemoval::Purge)
+            throw Failure{ERR_NOTE_DELETED};
+        std::set<DWORD> objects = objectsOfNote(db_, id);
+        Statement(db_, "DELETE FROM items WHERE note_id = ?").bind(1, id).run();
+        TIMEDATE modified = nextModifiedTime(db_);
+        if (how == NoteRemoval::Stub) {
+            Statement stub(db_, "UPDATE notes SET sequence = ?, sequence_time = ?, modified = ?, modified_order = ?,"
+                                " deleted = 1 WHERE note_id = ?");
+            stub.bind(1, stored.oid.Sequence + 1)
+                .bind(2, packTime(modified))
+                .bind(3, packTime(modified))
+                .bind(4, static_cast<long long>(timedateOrder(modified)))
+                .bind(5, id)
+                .run();
+        } else {
+            Statement(db_, "DELETE FROM notes WHERE note_id = ?").bind(1, id).run();
+        }
+        freeUnreferencedObjects(db_, objects);
+        Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(modified)).run();
+        tx.commit();
+    });
+}
+
 STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
                           TIMEDATE& until)
 {

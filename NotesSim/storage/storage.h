@@ -75,6 +75,13 @@ struct NoteSave {
     bool force = false;            // UPDATE_FORCE: no conflict check
 };
 
+// How a note leaves the database.
+enum class NoteRemoval {
+    Stub,   // a deletion stub keeps ID, UNID and class, with a new sequence, so replicas learn of it
+    NoStub, // gone for good
+    Purge,  // gone for good, deletion stubs included
+};
+
 // The ACL image a new database receives (NSFDbReadACL hands it out as is):
 //   DWORD magic 'HACL', WORD version 1, WORD entry count, then per entry
 //   WORD access level (0 no access .. 6 manager), WORD flags, WORD name length, name bytes.
@@ -119,6 +126,9 @@ public:
     // Writes the note and its items in one transaction: a new note (id 0) gets its note
     // ID; every save stamps modified time, sequence and sequence time into `note`.
     STATUS saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how);
+    // Drops the note's items and objects. ERR_INVALID_NOTE when unknown; ERR_NOTE_DELETED
+    // when a stub is met, unless purging. Counts as a data change, like a save.
+    STATUS removeNote(NOTEID id, NoteRemoval how);
     // Notes of the class mask in note ID order: live ones, and stubs when asked; only
     // those modified at or after `since` when given. `until` receives the time to pass
     // as the next `since`: every later change is stamped at or after it.
@@ -181,6 +191,10 @@ void addItem(NoteObject& note, const std::string& name, WORD flags, const std::v
 void releaseItem(NoteItem& item);
 bool sameItemName(const std::string& name, const char* other, size_t length);
 std::vector<ItemRecord> itemRecords(const NoteObject& note);
+// The BLOCKID of a block of the note's (one pool per block, offset 0).
+BLOCKID blockOf(DHANDLE pool);
+// The item's header block: flags, name length, type, value length, then the name.
+DHANDLE itemHeaderBlock(NoteItem& item, WORD type, DWORD valueLength);
 
 } // namespace sim
 
