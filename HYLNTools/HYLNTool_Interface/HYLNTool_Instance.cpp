@@ -148,7 +148,8 @@ HyLNError HyLNInstance::InitializeNotesEnv()
         return status;
     }
     notesInitialized = true;
-    char directory[kDirectoryValueSize] = {};
+    // Room for the longest value and the terminating zero the runtime writes after it.
+    char directory[kDirectoryValueSize + 1] = {};
     HY_OSGetEnvironmentString("Directory", directory, kDirectoryValueSize);
     HYLN_LOG(0, "confirmed data directory %s.", directory);
     SetDataDirectory(directory);

@@ -172,7 +172,8 @@ long HyLNUtilities::GetNotesINIvarLong(const char* name) { return HY_OSGetEnviro
 
 int HyLNUtilities::GetNotesINIvarString(const char* name, char* value)
 {
-    return HY_OSGetEnvironmentString(name, value, kEnvironmentValueLength);
+    // The runtime writes a terminating zero after as many as BufferLength characters.
+    return HY_OSGetEnvironmentString(name, value, kEnvironmentValueLength - 1);
 }
 
 unsigned short HyLNUtilities::NotesTranslate(unsigned short mode, const char* in, unsigned short inLength, char* out,

@@ -129,6 +129,64 @@ TEST_F(OpenDatabase, FailedCloseKeepsTheHandleAndCopiesOwnNone)
     EXPECT_TRUE(capturedLog().empty());
 }
 
+TEST_F(OpenDatabase, SelfAssignmentKeepsTheOpenHandle)
+{
+    DBHANDLE before = db.GetHandle();
+    db.SetQuotaUsage();
+    HyLNDatabase& same = db;
+    db = same;
+    EXPECT_EQ(db.GetHandle(), before);
+    EXPECT_EQ(db.GetQuotaUsage(), 1u);
+    EXPECT_EQ(sim().callCount("NSFDbClose"), 0u);
+    std::string title;
+    EXPECT_FALSE(db.GetTitle(title).IsErrorSet()) << "the handle still works";
+}
+
+TEST_F(OpenDatabase, MigrationCriteriaAreCopiedIn)
+{
+    DbMigrateCriteria wanted;
+    wanted.MessageBodySize = 4096;
+    wanted.AttachmentNumbers = 2;
+    ATTACHMENT attachment;
+    attachment.Name = "report.pdf";
+    attachment.Size = 1234;
+    wanted.Attachments.push_back(attachment);
+    db.SetMigrationCriteria(wanted);
+    wanted.Attachments.clear();
+    EXPECT_EQ(db.criteria.MessageBodySize, 4096);
+    EXPECT_EQ(db.criteria.AttachmentNumbers, 2);
+    ASSERT_EQ(db.criteria.Attachments.size(), 1u);
+    EXPECT_EQ(db.criteria.Attachments[0].Name, "report.pdf");
+    EXPECT_EQ(db.criteria.Attachments[0].Size, 1234u);
+}
+
+TEST_F(OpenDatabase, SizeAndCreationTimeAreTheRuntimes)
+{
+    DWORD allocated = 0, unused = 0;
+    ASSERT_EQ(HY_NSFDbSpaceUsage(db.GetHandle(), &allocated, &unused), NOERROR);
+    unsigned int size = 0;
+    ASSERT_FALSE(db.GetSize(size).IsErrorSet());
+    EXPECT_EQ(size, allocated);
+    EXPECT_GT(size, 0u);
+
+    DBID id{};
+    ASSERT_EQ(HY_NSFDbIDGet(db.GetHandle(), &id), NOERROR);
+    TIMEDATE created{};
+    ASSERT_FALSE(db.GetCreationTime(created).IsErrorSet());
+    EXPECT_EQ(std::memcmp(&created, &id, sizeof id), 0);
+    EXPECT_NE(created.Innards[1], 0u);
+
+    // A failure leaves the output alone and is not logged.
+    sim().setFault("NSFDbIDGet", kFault, 0, 0);
+    TIMEDATE kept = {{5, 6}};
+    HyLNError error = db.GetCreationTime(kept);
+    EXPECT_EQ(error.GetErrorCode(), kFault);
+    EXPECT_EQ(error.GetMessage(), "Note item not found");
+    EXPECT_EQ(kept.Innards[0], 5u);
+    EXPECT_EQ(kept.Innards[1], 6u);
+    EXPECT_TRUE(capturedLog().empty());
+}
+
 TEST_F(OpenDatabase, TitleReplicaAndModifiedTime)
 {
     char info[NSF_INFO_SIZE] = "Quarterly Reports\nFinance", readBack[NSF_INFO_SIZE] = {};

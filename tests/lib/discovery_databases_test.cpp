@@ -41,6 +41,7 @@ protected:
         sent.clear();
         SetSendMsgCallback(sendAccepted);
         captureLog();
+        sim().traceClear(); // call counts start after the databases were made
     }
     void TearDown() override
     {
@@ -187,4 +188,225 @@ TEST_F(DatabaseDiscovery, AssociatesFoundDatabasesWithTableElements)
     EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, table, &index), -1);
     EXPECT_TRUE(logged("AssociateAdditionalDBs", 0,
                        "Error: invalid path: [no-separator] enountered while scanning for additional databases."));
+}
+
+TEST_F(DatabaseDiscovery, UntranslatableDirectoryIsSearchedAsGiven)
+{
+    std::set<std::string> found;
+    sim().setFault("OSTranslate", 0, 1, 0);
+    HyLNError status = HyLNUtilities::DiscoverDatabases(dataDir, &found, collectPath);
+    ASSERT_FALSE(status.IsErrorSet()) << status.GetMessage();
+    EXPECT_EQ(found.size(), 5u);
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"OSTranslate failed on dir: " + dataDir});
+    EXPECT_EQ(capturedLog()[0].function, "DiscoverDatabases");
+}
+
+TEST_F(DatabaseDiscovery, NetworkPathFailureEndsDiscoveryBeforeOpening)
+{
+    std::set<std::string> found;
+    sim().setFault("OSPathNetConstruct", ERR_NOEXIST, 0, 0);
+    HyLNError status = HyLNUtilities::DiscoverDatabases(dataDir, &found, collectPath);
+    EXPECT_EQ(status.GetErrorCode(), ERR_NOEXIST);
+    EXPECT_EQ(status.GetMessage(), "File does not exist");
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"database " + dataDir + ", error (259) File does not exist"});
+    EXPECT_EQ(capturedLog()[0].function, "MakeNetworkPath");
+    EXPECT_EQ(sim().callCount("NSFDbOpen"), 0u);
+    EXPECT_TRUE(found.empty());
+}
+
+TEST_F(DatabaseDiscovery, FindAViewMatchesUntranslatedTitlesAndSurvivesExceptions)
+{
+    addView("mail/alice.nsf", "($Inbox)");
+    addView("mail/alice.nsf", "Restore View");
+    DBHANDLE database = NULLHANDLE;
+    ASSERT_EQ(HY_NSFDbOpen("mail/alice.nsf", &database), NOERROR);
+
+    // Without translation the stored title is compared as it is.
+    HyLNRestoreViewSearch search{};
+    search.databaseHandle = database;
+    std::strcpy(search.wantedText, "Restore");
+    captureLog();
+    sim().setFault("OSTranslate", 0, 0, 0);
+    EXPECT_EQ(searchViews(database, search), NOERROR);
+    EXPECT_STREQ(search.foundViewName, "Restore View");
+    std::vector<std::string> fallbacks;
+    for (const LogLine& line : capturedLog())
+        if (line.level == 2 && line.text.rfind("OSTranslate failed", 0) == 0)
+            fallbacks.push_back(line.text);
+    EXPECT_EQ(fallbacks, (std::vector<std::string>{"OSTranslate failed to translate view name [($Inbox)]",
+                                                   "OSTranslate failed to translate view name [Restore View]"}));
+
+    // An exception on one view is logged with its title; the search goes on to the next.
+    HyLNRestoreViewSearch again{};
+    again.databaseHandle = database;
+    std::strcpy(again.wantedText, "Restore");
+    captureLog();
+    sim().clearFaults();
+    sim().traceClear();
+    sim().setFault("OSTranslate", 0, 1, 1 /* throw */);
+    EXPECT_EQ(searchViews(database, again), NOERROR);
+    EXPECT_STREQ(again.foundViewName, "Restore View");
+    EXPECT_TRUE(logged("FindAView", -1, "Warning: an exception was found while processing view: [($Inbox)]."));
+    EXPECT_EQ(sim().callCount("NSFNoteClose"), sim().callCount("NSFNoteOpenExt"));
+    HY_NSFDbClose(database);
+}
+
+TEST_F(DatabaseDiscovery, CountingFallsBackToTheDirectoryAsGiven)
+{
+    const std::string directory = dataDir + "/extra2";
+    unsigned long count = 0;
+    sim().setFault("OSPathNetConstruct", ERR_NOEXIST, 0, 0);
+    EXPECT_FALSE(HyLNUtilities::CountAdditionalDatabases("", directory, &count, false).IsErrorSet());
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(logTexts(), (std::vector<std::string>{
+                              "database " + directory + ", error (259) File does not exist",
+                              "Failed to get fully qualified name for additional scan directory [" + directory + "]"}));
+
+    captureLog();
+    sim().clearFaults();
+    sim().setFault("OSTranslate", 0, 1, 0);
+    EXPECT_FALSE(HyLNUtilities::CountAdditionalDatabases("", directory, &count, false).IsErrorSet());
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"OSTranslate failed on database: [" + directory + "]."});
+    EXPECT_EQ(capturedLog()[0].function, "CountAdditionalDatabases");
+}
+
+TEST_F(DatabaseDiscovery, CountingSearchFailureIsLoggedWithTheClearStatus)
+{
+    const std::string directory = dataDir + "/extra2";
+    unsigned long count = 99;
+    sim().setFault("NSFSearch", ERR_NOACCESS, 0, 0);
+    HyLNError status = HyLNUtilities::CountAdditionalDatabases("", directory, &count, false);
+    EXPECT_FALSE(status.IsErrorSet());
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"A general scan failure occured while scanning: [" + directory +
+                                                   "] to get a count of additional databases. NSFSearch() "
+                                                   "returned: 0.\n"});
+    EXPECT_EQ(sim().callCount("NSFDbClose"), 1u);
+}
+
+TEST_F(DatabaseDiscovery, AdditionalListTranslationAndSearchFailuresEndTheWalk)
+{
+    std::set<std::string> names;
+    std::string directories = dataDir + "/extra1?" + dataDir + "/extra2";
+    sim().setFault("OSTranslate", 0, 1, 0);
+    EXPECT_FALSE(HyLNUtilities::GetAdditionalDatabases(&names, &directories, false, false));
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"OSTranslate failed on database: [" + directories + "]."});
+    EXPECT_EQ(sim().callCount("NSFDbOpen"), 0u);
+
+    for (bool process : {false, true}) {
+        SCOPED_TRACE(process ? "reporting" : "listing");
+        captureLog();
+        sim().clearFaults();
+        sim().traceClear();
+        sim().setFault("NSFSearch", ERR_NOACCESS, 0, 0);
+        EXPECT_FALSE(HyLNUtilities::GetAdditionalDatabases(&names, &directories, process, true));
+        EXPECT_EQ(logTexts(), std::vector<std::string>{
+                                  "Error: a failure occured while searching for databases. NSFSearch(...) returned: "
+                                  "[00000246]. Resulting error string: [You are not authorized to perform that "
+                                  "operation]."});
+        EXPECT_EQ(sim().callCount("NSFDbOpen"), 1u) << "the second directory is not opened";
+        EXPECT_EQ(sim().callCount("NSFDbClose"), 1u);
+    }
+    EXPECT_TRUE(names.empty());
+    EXPECT_TRUE(sent.empty());
+}
+
+TEST_F(DatabaseDiscovery, EntriesWithoutPathAreSkippedByTheListingCallbacks)
+{
+    const WORD emptyTable[] = {sizeof(ITEM_TABLE), 0};
+    ITEM_TABLE* summary = reinterpret_cast<ITEM_TABLE*>(const_cast<WORD*>(emptyTable));
+    const std::string line = "OSTranslate failed on database: [Error: path information not found in the index record.].";
+    std::set<std::string> names{"kept"};
+    EXPECT_EQ(HyLNUtilities::FetchAdditionalDatabaseCallback(&names, nullptr, summary), NOERROR);
+    EXPECT_EQ(names, std::set<std::string>{"kept"});
+    // The reporting callback gives up before it looks at its context.
+    EXPECT_EQ(HyLNUtilities::ProcessAdditionalDatabaseCallback(nullptr, nullptr, summary), NOERROR);
+    ASSERT_EQ(capturedLog().size(), 2u);
+    EXPECT_EQ(capturedLog()[0].function, "FetchAdditionalDatabaseCallback");
+    EXPECT_EQ(capturedLog()[1].function, "ProcessAdditionalDatabaseCallback");
+    EXPECT_EQ(logTexts(), std::vector<std::string>(2, line));
+    EXPECT_TRUE(sent.empty());
+}
+
+namespace {
+// One host table element that points at the extra2 directory, with room for what is found.
+struct AssociationTable {
+    AssociationTable() { table[0].databasePath = "/somewhere/extra2"; }
+    DBNAME table[4];
+    int index = 0;
+};
+} // namespace
+
+TEST_F(DatabaseDiscovery, AssociationFallsBackToTheScanPathWithoutANetworkPath)
+{
+    AssociationTable host;
+    std::string directory = dataDir;
+    sim().setFault("OSPathNetConstruct", ERR_NOEXIST, 0, 0);
+    EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, host.table, &host.index), 0);
+    EXPECT_EQ(host.index, 2);
+    EXPECT_EQ(host.table[2].foundPath, "extra2/two.nsf");
+    const std::string scanPath = dataDir + "/extra2";
+    EXPECT_EQ(logTexts(), (std::vector<std::string>{"get path for db " + scanPath,
+                                                     "database " + scanPath + ", error (259) File does not exist",
+                                                     "Warning: MakeNetworkPath failed on database: [" + scanPath + "]. "}));
+}
+
+TEST_F(DatabaseDiscovery, AssociationFailuresAreReturnedWithTheirLines)
+{
+    const std::string scanPath = dataDir + "/extra2";
+    const std::string denied = "You are not authorized to perform that operation";
+    struct Case {
+        const char* entry;
+        unsigned nth;
+        STATUS status;
+        int result;
+        std::string line;
+        unsigned long closes;
+    };
+    const Case cases[] = {
+        {"OSTranslate", 1, 0, -1, "OSTranslate failed on directory: [" + scanPath + "].", 0},
+        {"NSFDbOpen", 0, ERR_NOACCESS, ERR_NOACCESS,
+         "Error: unable to open the scan directory: [" + scanPath + "]. NSFDbOpen() returned: 582 - " + denied + ".\n",
+         0},
+        {"NSFSearch", 0, ERR_NOACCESS, ERR_NOACCESS,
+         "A general scan failure occured while scanning: [" + scanPath +
+             "] for additional databases. NSFSearch() returned: 582 - " + denied + ".\n",
+         1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.entry);
+        AssociationTable host;
+        std::string directory = dataDir;
+        captureLog();
+        sim().clearFaults();
+        sim().traceClear();
+        sim().setFault(c.entry, c.status, c.nth, 0);
+        EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, host.table, &host.index), c.result);
+        EXPECT_EQ(host.index, 0);
+        EXPECT_EQ(logTexts(), (std::vector<std::string>{"get path for db " + scanPath, c.line}));
+        EXPECT_EQ(sim().callCount("NSFDbClose"), c.closes);
+    }
+}
+
+TEST_F(DatabaseDiscovery, UntranslatableFoundPathStopsTheAssociation)
+{
+    AssociationTable host;
+    host.table[0].firstText = "host-a";
+    std::string directory = dataDir;
+    // The first translation is the scan directory's, the second the first database's.
+    sim().setFault("OSTranslate", 0, 2, 0);
+    EXPECT_EQ(HyLNUtilities::AssociateAdditionalDBs("", &directory, host.table, &host.index), 0xFFFF);
+    // The element was claimed before its path was read.
+    EXPECT_EQ(host.index, 1);
+    EXPECT_EQ(host.table[1].firstText, "host-a");
+    EXPECT_EQ(host.table[1].foundPath, "");
+    const std::string scanPath = dataDir + "/extra2";
+    EXPECT_EQ(logTexts(), (std::vector<std::string>{
+                              "get path for db " + scanPath,
+                              "OSTranslate failed on database: [extra2/three.nsf].",
+                              "Failed to fetch Notes Error Message, errorCode 65535",
+                              "A general scan failure occured while scanning: [" + scanPath +
+                                  "] for additional databases. NSFSearch() returned: 65535 - .\n"}));
+    EXPECT_EQ(capturedLog()[1].function, "AssociateAdditionalDBsCallback");
 }

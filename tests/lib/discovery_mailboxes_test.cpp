@@ -33,9 +33,11 @@ bool connectionLost()
 #define EXPECT_IN_CHILD(...)                                                                      \
     EXPECT_EXIT(                                                                                  \
         {                                                                                         \
-            std::string failure = (__VA_ARGS__)();                                                 \
+            startChildCoverage();                                                                 \
+            std::string failure = (__VA_ARGS__)();                                                \
             if (!failure.empty())                                                                 \
                 fprintf(stderr, "%s\n", failure.c_str());                                         \
+            flushChildCoverage();                                                                 \
             _exit(failure.empty() ? 0 : 1);                                                       \
         },                                                                                        \
         ::testing::ExitedWithCode(0), "")

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -104,6 +105,39 @@ TEST_F(Instance, InitializeNotesEnvStartsTheRuntimeAndConfirmsTheDataDirectory)
     EXPECT_FALSE(copy.InitializeNotesEnv().IsErrorSet());
     EXPECT_EQ(capturedLog().size(), 3u);
     EXPECT_EQ(HyLNInstance(copy).GetServerName(), "srv");
+}
+
+TEST_F(Instance, ConfirmedDataDirectoryIsCutToTheRuntimesLongestValue)
+{
+    // Path components are at most 255 bytes, so the directory is nested to pass 256.
+    std::string deep = dataDir + "/" + std::string(200, 'd') + "/" + std::string(100, 'e');
+    ASSERT_GT(deep.size(), 256u);
+    ASSERT_TRUE(std::filesystem::create_directories(deep));
+    writeNotesIni(deep);
+    HyLNInstance instance("label" + kDelimiter + deep, "srv");
+    ASSERT_FALSE(instance.InitializeNotesEnv().IsErrorSet());
+    EXPECT_EQ(instance.GetDataDirectory(), deep.substr(0, 256));
+    EXPECT_EQ(capturedLog().back().text, "confirmed data directory " + deep.substr(0, 256) + ".");
+}
+
+TEST_F(Instance, ConstructorWithHostTagTakesNameAndServerAfterIt)
+{
+    HyLNInstance instance("host-tag", "label" + kDelimiter + dataDir, "CN=Srv/O=Org", true);
+    EXPECT_EQ(instance.GetServerName(), "CN=Srv/O=Org");
+    ASSERT_TRUE(instance.Initialize());
+    EXPECT_EQ(instance.GetDataDirectory(), dataDir);
+    EXPECT_TRUE(logged("GetDetails", 0, detailsLine(dataDir, dataDir + "/notes.ini", "label" + kDelimiter + dataDir)));
+}
+
+TEST_F(Instance, ProxyStartLeavesTheRuntimeAlone)
+{
+    HyLNInstance instance("label" + kDelimiter + dataDir, "srv");
+    HyLNError status = instance.InitializeNotesEnvForProxy();
+    EXPECT_FALSE(status.IsErrorSet());
+    EXPECT_EQ(status.GetErrorCode(), 0);
+    EXPECT_EQ(sim().callCount("NotesInitExtended"), 0u);
+    EXPECT_EQ(instance.GetDataDirectory(), "");
+    EXPECT_TRUE(capturedLog().empty());
 }
 
 TEST_F(Instance, InitializeNotesEnvFailures)

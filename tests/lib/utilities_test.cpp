@@ -1,4 +1,5 @@
 // Notes utilities: time, translation, memory, ID tables, objects, summaries, paths.
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,38 @@ using namespace hyln_test;
 namespace {
 
 class Utilities : public RuntimeTest {};
+
+// A runtime in GMT+05:30 with daylight saving and a few settings of our own.
+class ConfiguredRuntime : public LibraryTest {
+protected:
+    void SetUp() override
+    {
+        LibraryTest::SetUp();
+        std::string dataDir = makeTempDir("configured");
+        writeNotesIni(dataDir, "CN=HySrv01/O=HyOrg",
+                      "HySimTimeZone=-3005\nHySimDST=1\nBackupRetries=7\nBackupLabel=Weekly full\n"
+                      "BackupNote=" + longValue + "\n");
+        startRuntime(dataDir);
+    }
+    const std::string longValue = std::string(150, 'a') + std::string(150, 'b');
+};
+
+// A summary buffer with the items the runtime's directory search gives a file.
+std::vector<char> summaryWithPath(const std::string& path)
+{
+    const std::string name = "$Path";
+    const WORD type = TYPE_TEXT;
+    ITEM item{static_cast<WORD>(name.size()), static_cast<WORD>(sizeof type + path.size())};
+    ITEM_TABLE table{static_cast<WORD>(sizeof(ITEM_TABLE) + sizeof item + name.size() + item.ValueLength), 1};
+    std::vector<char> buffer(table.Length);
+    char* cursor = buffer.data();
+    std::memcpy(cursor, &table, sizeof table);
+    std::memcpy(cursor += sizeof table, &item, sizeof item);
+    std::memcpy(cursor += sizeof item, name.data(), name.size());
+    std::memcpy(cursor += name.size(), &type, sizeof type);
+    std::memcpy(cursor + sizeof type, path.data(), path.size());
+    return buffer;
+}
 
 std::vector<unsigned char> lockedBytes(DHANDLE handle, size_t count)
 {
@@ -55,6 +88,106 @@ TEST_F(Utilities, TimeConversionFailuresLeaveTheOutputAlone)
                               "failed to convert TimeDate to Text error - (1037) Invalid Time or Date Encountered"}));
     EXPECT_EQ(capturedLog()[0].function, "GetTimeDate");
     EXPECT_EQ(capturedLog()[1].function, "GetTimeString");
+}
+
+TEST_F(ConfiguredRuntime, ZoneAndFormatAreTheRuntimes)
+{
+    int zone = 0, daylightSaving = 0;
+    HyLNUtilities::GetDominoTimeZone(&zone, &daylightSaving);
+    EXPECT_EQ(zone, -3005);
+    EXPECT_EQ(daylightSaving, TRUE);
+
+    INTLFORMAT format, direct;
+    std::memset(&format, 0x5A, sizeof format);
+    std::memset(&direct, 0x5A, sizeof direct);
+    HyLNUtilities::GetIntlDateTimeFormat(&format);
+    HY_OSGetIntlSettings(&direct, sizeof direct);
+    EXPECT_EQ(std::memcmp(&format, &direct, sizeof format), 0);
+    EXPECT_EQ(format.Length, sizeof(INTLFORMAT)) << "the whole structure is asked for";
+    EXPECT_EQ(format.TimeZone, -3005);
+    EXPECT_STREQ(format.AMString, "AM");
+    EXPECT_TRUE(capturedLog().empty());
+}
+
+TEST_F(ConfiguredRuntime, TimeConstantsAndLocalTimes)
+{
+    for (WORD constant : {TIMEDATE_MINIMUM, TIMEDATE_MAXIMUM, TIMEDATE_WILDCARD}) {
+        SCOPED_TRACE(constant);
+        TIMEDATE value = {{1, 1}}, direct = {{2, 2}};
+        HyLNUtilities::GetTimeDate(constant, &value);
+        HY_TimeConstant(constant, &direct);
+        EXPECT_EQ(value.Innards[0], direct.Innards[0]);
+        EXPECT_EQ(value.Innards[1], direct.Innards[1]);
+    }
+    TIMEDATE minimum, maximum, wildcard;
+    HyLNUtilities::GetTimeDate(TIMEDATE_MINIMUM, &minimum);
+    HyLNUtilities::GetTimeDate(TIMEDATE_MAXIMUM, &maximum);
+    HyLNUtilities::GetTimeDate(TIMEDATE_WILDCARD, &wildcard);
+    EXPECT_EQ(HyLNUtilities::CompareTimeDate(&minimum, &maximum), -1);
+    EXPECT_EQ(wildcard.Innards[0], ALLDAY);
+    EXPECT_EQ(wildcard.Innards[1], ANYDAY);
+
+    // 2023-11-15 03:43:20 at GMT+05:30 is 1700000000 seconds after 1970 began.
+    sim().setClock(1700000000, 0);
+    TIMEDATE now;
+    HyLNUtilities::GetCurrentTimeDate(&now);
+    TIME local = {2023, 11, 15, 0, 3, 43, 20, 0, 0, -3005, {{0, 0}}};
+    EXPECT_EQ(HyLNUtilities::GetTimeLocalToGM(&local), FALSE);
+    EXPECT_EQ(HyLNUtilities::CompareTimeDate(&local.GM, &now), 0);
+    EXPECT_EQ(HyLNUtilities::GetTimeDateDifference(&local.GM, &now), 0);
+
+    TIME invalid = {2023, 13, 15, 0, 3, 43, 20, 0, 0, -3005, {{7, 8}}};
+    EXPECT_NE(HyLNUtilities::GetTimeLocalToGM(&invalid), FALSE);
+    EXPECT_EQ(invalid.GM.Innards[0], 7u);
+    EXPECT_EQ(invalid.GM.Innards[1], 8u);
+}
+
+TEST_F(ConfiguredRuntime, SettingsComeFromNotesIni)
+{
+    EXPECT_EQ(HyLNUtilities::GetNotesINIvarLong("BackupRetries"), 7);
+    EXPECT_EQ(HyLNUtilities::GetNotesINIvarLong("backupretries"), 7);
+    EXPECT_EQ(HyLNUtilities::GetNotesINIvarLong("BackupLabel"), 0) << "not a number";
+    EXPECT_EQ(HyLNUtilities::GetNotesINIvarLong("NoSuchSetting"), 0);
+
+    char value[256];
+    std::memset(value, '#', sizeof value);
+    EXPECT_TRUE(HyLNUtilities::GetNotesINIvarString("BackupLabel", value));
+    EXPECT_STREQ(value, "Weekly full");
+    EXPECT_FALSE(HyLNUtilities::GetNotesINIvarString("NoSuchSetting", value));
+    EXPECT_STREQ(value, "Weekly full") << "a missing setting leaves the buffer alone";
+}
+
+TEST_F(ConfiguredRuntime, LongSettingsAreCutToTheCallersBuffer)
+{
+    // The caller's buffer holds 256 bytes; the byte after it must survive.
+    char value[257];
+    std::memset(value, '#', sizeof value);
+    EXPECT_TRUE(HyLNUtilities::GetNotesINIvarString("BackupNote", value));
+    EXPECT_EQ(value[256], '#');
+    EXPECT_EQ(std::string(value), longValue.substr(0, 255));
+}
+
+TEST_F(Utilities, LocatedSummaryValuesPointIntoTheBuffer)
+{
+    std::vector<char> summary = summaryWithPath("mail/jdoe.nsf");
+    void* value = nullptr;
+    unsigned short length = 0, type = 0;
+    ASSERT_TRUE(HyLNUtilities::LocateSummaryValue(summary.data(), "$path", &value, &length, &type));
+    EXPECT_EQ(type, TYPE_TEXT);
+    EXPECT_EQ(length, 13);
+    EXPECT_EQ(std::string(static_cast<const char*>(value), length), "mail/jdoe.nsf");
+    EXPECT_EQ(value, summary.data() + summary.size() - length);
+
+    void* kept = &length;
+    unsigned short keptLength = 99, keptType = 98;
+    EXPECT_FALSE(HyLNUtilities::LocateSummaryValue(summary.data(), "$Title", &kept, &keptLength, &keptType));
+    EXPECT_EQ(kept, &length);
+    EXPECT_EQ(keptLength, 99);
+    EXPECT_EQ(keptType, 98);
+
+    std::string text;
+    EXPECT_TRUE(HyLNUtilities::GetSummaryValue(summary.data(), "$Path", text));
+    EXPECT_EQ(text, "mail/jdoe.nsf");
 }
 
 TEST_F(Utilities, TextHelpers)

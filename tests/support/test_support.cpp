@@ -11,6 +11,11 @@
 
 namespace fs = std::filesystem;
 
+#ifdef HYLN_TEST_COVERAGE
+extern "C" void __gcov_reset(void);
+extern "C" void __gcov_dump(void);
+#endif
+
 namespace hyln_test {
 namespace {
 
@@ -168,6 +173,20 @@ SimControl& sim()
         return c;
     }();
     return control;
+}
+
+void startChildCoverage()
+{
+#ifdef HYLN_TEST_COVERAGE
+    __gcov_reset();
+#endif
+}
+
+void flushChildCoverage()
+{
+#ifdef HYLN_TEST_COVERAGE
+    __gcov_dump();
+#endif
 }
 
 std::vector<std::string> simTrace()

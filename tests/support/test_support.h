@@ -70,6 +70,12 @@ struct SimControl {
 SimControl& sim();
 std::vector<std::string> simTrace();
 
+// A forked child leaves through _exit, which skips the flush of coverage counters.
+// In a coverage build the child starts from zeroed counters and writes its own out
+// before leaving; otherwise both do nothing.
+void startChildCoverage();
+void flushChildCoverage();
+
 // Fixture: captures the log, loads the runtime, clears faults before and after each test.
 class LibraryTest : public ::testing::Test {
 protected:
