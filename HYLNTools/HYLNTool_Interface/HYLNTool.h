@@ -9,5 +9,6 @@
 #include "HYLNTool_NotesUtilities.h"
 #include "HYLNTool_Instance.h"
 #include "HYLNTool_Database.h"
+#include "HYLNTool_Document.h"
 
 #endif
