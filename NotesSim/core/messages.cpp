@@ -74,6 +74,8 @@ constexpr Message kMessages[] = {
     {sim::STS_SERVER_NOT_RESPONDING, "The simulated runtime reaches only the local server."},
     {sim::STS_PATH_OUTSIDE, "The path leaves the data directory."},
     {sim::STS_UNSUPPORTED, "The simulated runtime does not support this mode or option."},
+    {sim::STS_DXL_EXPORT_FAILED, "DXL exporter operation failed"},
+    {sim::STS_DXL_IMPORT_FAILED, "DXL importer operation failed"},
 };
 
 constexpr bool sortedByCode()

@@ -42,6 +42,10 @@ enum : STATUS {
     STS_SERVER_NOT_RESPONDING = 0x3F07, // a server other than the local one
     STS_PATH_OUTSIDE = 0x3F08,       // a relative path that leaves the data directory
     STS_UNSUPPORTED = 0x3F09,        // a mode or option the simulation does not support
+    // The DXL exporter or importer met something it cannot convert; the handle's result
+    // log says what (the published codes of these failures are not known).
+    STS_DXL_EXPORT_FAILED = 0x3F0A,
+    STS_DXL_IMPORT_FAILED = 0x3F0B,
 };
 
 constexpr size_t kEntryCount = 0

@@ -8,16 +8,11 @@
 
 #include "HYLNTool_NotesAPI.h"
 #include "handles.h"
+#include "sim_core.h"
 
 namespace sim {
 
 constexpr const char* kDxlNamespace = "http://www.lotus.com/dxl";
-
-// Codes of the DXL service (the published codes are not known; texts are ours).
-enum : STATUS {
-    STS_DXL_EXPORT_FAILED = 0x3F0A,
-    STS_DXL_IMPORT_FAILED = 0x3F0B,
-};
 
 struct DxlExporter : HandleObject {
     DxlExporter() : HandleObject(HandleKind::DxlExporter) {}
