@@ -249,6 +249,19 @@ std::string datetimeText(const TIMEDATE& value, bool& dst)
     return buffer;
 }
 
+bool datetimeRepresentable(const TIMEDATE& value)
+{
+    DWORD ticks = value.Innards[0];
+    DWORD dateWord = value.Innards[1];
+    if (dateWord == kWildcard)
+        return ticks == kWildcard || ticks < kTicksPerDay;
+    if (ticks != kWildcard && ticks >= kTicksPerDay)
+        return false;
+    long long julian = dateWord & 0x00FFFFFF;
+    // Local time may fall a day to either side of the GMT date.
+    return julian > julianOfCivil(1, 1, 1) && julian < julianOfCivil(9999, 12, 31) && (dateWord >> 24 & 0x0F) <= 14;
+}
+
 bool parseDatetimeText(const std::string& raw, bool dst, TIMEDATE& value)
 {
     std::string text;

@@ -54,6 +54,8 @@ bool base64Decode(const std::string& text, std::vector<char>& out);
 // (date only "YYYYMMDD", time only "Thhmmss,hh"); `dst` tells whether daylight saving
 // time applied to that moment.
 std::string datetimeText(const TIMEDATE& value, bool& dst);
+// Whether a value has a text form that reads back to it (years 1 to 9999, ticks within a day).
+bool datetimeRepresentable(const TIMEDATE& value);
 // False when the text is not of that form.
 bool parseDatetimeText(const std::string& text, bool dst, TIMEDATE& value);
 

@@ -95,6 +95,8 @@ public:
         noteInfo(root, record);
         const ItemRecord* updatedBy = special(items, kUpdatedByItem, kUpdatedByFlags, TYPE_TEXT_LIST);
         const ItemRecord* revisions = special(items, kRevisionsItem, kRevisionsFlags, TYPE_TIME_RANGE);
+        if (revisions != nullptr && !allRepresentable(revisions->value))
+            revisions = nullptr; // kept as an ordinary item, in raw form
         if (updatedBy != nullptr)
             namesElement(root, "updatedby", *updatedBy);
         if (revisions != nullptr)
@@ -149,7 +151,7 @@ private:
                                                            {"lastaccessed", record.accessed},
                                                            {"addedtofile", record.addedToFile}};
         for (const auto& time : times)
-            if (time.second.Innards[0] != 0 || time.second.Innards[1] != 0)
+            if ((time.second.Innards[0] != 0 || time.second.Innards[1] != 0) && datetimeRepresentable(time.second))
                 datetime(child(info, time.first), time.second);
     }
 
@@ -180,6 +182,17 @@ private:
         return texts;
     }
 
+    static bool allRepresentable(const std::vector<char>& value)
+    {
+        RANGE range = readAt<RANGE>(value, 2);
+        if (range.RangeEntries != 0 || value.size() != 6 + range.ListEntries * sizeof(TIMEDATE))
+            return false;
+        for (size_t at = 6; at < value.size(); at += sizeof(TIMEDATE))
+            if (!datetimeRepresentable(readAt<TIMEDATE>(value, at)))
+                return false;
+        return true;
+    }
+
     void namesElement(xmlNode* root, const char* element, const ItemRecord& item)
     {
         xmlNode* node = child(root, element);
@@ -193,6 +206,7 @@ private:
         RANGE range = readAt<RANGE>(item.value, 2);
         if (range.RangeEntries != 0 || item.value.size() != 6 + range.ListEntries * sizeof(TIMEDATE))
             throw ExportFailure{"a $Revisions value of an unexpected form"};
+
         for (WORD i = 0; i < range.ListEntries; ++i)
             datetime(node, readAt<TIMEDATE>(item.value, 6 + i * sizeof(TIMEDATE)));
     }
@@ -264,6 +278,9 @@ private:
         RANGE range = readAt<RANGE>(value, 2);
         if (value.size() != 6 + (range.ListEntries + 2 * range.RangeEntries) * sizeof(TIMEDATE))
             return false;
+        for (size_t at = 6; at < value.size(); at += sizeof(TIMEDATE))
+            if (!datetimeRepresentable(readAt<TIMEDATE>(value, at)))
+                return false;
         xmlNode* list = child(item, "datetimelist");
         size_t at = 6;
         for (WORD i = 0; i < range.ListEntries; ++i, at += sizeof(TIMEDATE))
@@ -314,6 +331,9 @@ private:
         WORD compression = readAt<WORD>(value, at + kFileCompressionAt);
         WORD attributes = readAt<WORD>(value, at + kFileAttributesAt);
         WORD flags = readAt<WORD>(value, at + kFileFlagsAt);
+        if (!datetimeRepresentable(readAt<TIMEDATE>(value, at + kFileCreatedAt)) ||
+            !datetimeRepresentable(readAt<TIMEDATE>(value, at + kFileModifiedAt)))
+            return false;
         const char* hostName = nullptr;
         for (const HostTypeName& entry : kHostTypes)
             if (entry.host == host)
@@ -388,7 +408,7 @@ private:
                 return;
             break;
         case TYPE_TIME:
-            if (size == sizeof(TIMEDATE)) {
+            if (size == sizeof(TIMEDATE) && datetimeRepresentable(readAt<TIMEDATE>(value, 2))) {
                 datetime(item, readAt<TIMEDATE>(value, 2));
                 return;
             }

@@ -273,8 +273,13 @@ private:
                 std::vector<char> value;
                 appendValue<WORD>(value, TYPE_TEXT);
                 value.insert(value.end(), form.begin(), form.end());
-                entry.items.insert(entry.items.begin(), ItemRecord{"Form", ITEM_SUMMARY, value});
-                entry.itemObject.insert(entry.itemObject.begin(), -1);
+                // After the items of <updatedby> and <revisions>, where the exporter puts them back.
+                size_t at = 0;
+                while (at < entry.items.size() &&
+                       (entry.items[at].name == kUpdatedByItem || entry.items[at].name == kRevisionsItem))
+                    ++at;
+                entry.items.insert(entry.items.begin() + static_cast<long>(at), ItemRecord{"Form", ITEM_SUMMARY, value});
+                entry.itemObject.insert(entry.itemObject.begin() + static_cast<long>(at), -1);
             }
         }
         place(node, entry, option, hasUnid, unid);
@@ -707,6 +712,22 @@ std::string importerLog(const DxlImporter& importer, const std::vector<std::stri
     return log;
 }
 
+struct ParseErrors {
+    std::string first;
+    long line = 0;
+};
+
+void collectParseError(void* context, xmlError* error)
+{
+    ParseErrors* errors = static_cast<ParseErrors*>(context);
+    if (!errors->first.empty() || error == nullptr || error->level < XML_ERR_ERROR)
+        return;
+    errors->first = error->message != nullptr ? error->message : "unknown XML error";
+    while (!errors->first.empty() && errors->first.back() == '\n')
+        errors->first.pop_back();
+    errors->line = error->line;
+}
+
 std::shared_ptr<DxlImporter> lookupImporter(DXLIMPORTHANDLE handle)
 {
     return findAs<DxlImporter>(handle, HandleKind::DxlImporter);
@@ -810,21 +831,18 @@ STATUS impl::DXLImport(DXLIMPORTHANDLE hDXLImport, XML_READ_FUNCTION pDXLReaderF
         }
         input.insert(input.end(), chunk.begin(), chunk.begin() + got);
     }
-    xmlParserCtxt* context = xmlNewParserCtxt();
-    if (context == nullptr)
-        return ERR_MEMORY;
-    std::unique_ptr<xmlDoc, sim::DocFree> doc(xmlCtxtReadMemory(context, input.data(), static_cast<int>(input.size()),
-                                                                nullptr, nullptr, XML_PARSE_NONET | XML_PARSE_HUGE));
+    // The first error the parser meets is the one that explains the others.
+    sim::ParseErrors errors;
+    xmlSetStructuredErrorFunc(&errors, sim::collectParseError);
+    std::unique_ptr<xmlDoc, sim::DocFree> doc(xmlReadMemory(input.data(), static_cast<int>(input.size()), nullptr, nullptr,
+                                                            XML_PARSE_NONET | XML_PARSE_HUGE | XML_PARSE_NOERROR |
+                                                                XML_PARSE_NOWARNING));
+    xmlSetStructuredErrorFunc(nullptr, nullptr);
     if (!doc) {
-        const xmlError* error = xmlCtxtGetLastError(context);
-        std::string text = error != nullptr && error->message != nullptr ? error->message : "the input is not XML";
-        while (!text.empty() && text.back() == '\n')
-            text.pop_back();
-        importer->resultLog = sim::importerLog(*importer, {}, error != nullptr ? error->line : 0, "XML: " + text);
-        xmlFreeParserCtxt(context);
+        std::string text = errors.first.empty() ? "the input is not XML" : errors.first;
+        importer->resultLog = sim::importerLog(*importer, {}, errors.line, "XML: " + text);
         return sim::STS_DXL_IMPORT_FAILED;
     }
-    xmlFreeParserCtxt(context);
     sim::Reader reader(*importer, *storage);
     std::vector<sim::NoteBatchEntry> batch;
     try {
