@@ -309,7 +309,7 @@ private:
             entry.record.accessed = existing.accessed;
             if (update)
                 mergeWithStored(entry, existing.id, node);
-        } else if (!match && createElse) {
+        } else if ((!match && createElse) || option == kCreate) {
             entry.record.id = 0;
             UNID fresh = unid;
             if (!hasUnid || exists || planned)
