@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake g++ make pkg-config python3 libicu-dev libsqlite3-dev
-          libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev)
+          libcli11-dev nlohmann-json3-dev libgtest-dev libbenchmark-dev libxml2-dev)
 if [ -n "${HYLN_EXTRA_PACKAGES:-}" ]; then
   read -r -a extra <<<"$HYLN_EXTRA_PACKAGES"
   packages+=("${extra[@]}")

@@ -1005,3 +1005,180 @@ unsigned short HyLNUtilities::AssociateAdditionalDBsCallback(void* context, SEAR
     element.foundPath = path;
     return NOERROR;
 }
+
+// ---- DXL importer, exporter and their streams ----
+
+namespace {
+
+const DXL_IMPORT_PROPERTY kDocumentsImportOption = 3;
+const DXL_IMPORT_PROPERTY kReplicaRequiredForReplaceOrUpdate = 7;
+
+bool isSettableExportProperty(DXL_EXPORT_PROPERTY property)
+{
+    return (property >= 3 && property <= 7) || (property >= 30 && property <= 34);
+}
+
+} // namespace
+
+HyLNError HyLNUtilities::CreateDXLImporter(unsigned int& importer, std::map<DXL_IMPORT_PROPERTY, void*>& properties)
+{
+    HyLNError status;
+    try {
+        STATUS result = HY_DXLCreateImporter(&importer);
+        if (result != NOERROR) {
+            status.SetError(result);
+            HYLN_LOG(0, "Error: unable to create DXL importer. DXLCreateImporter(...) returned: [%d] %s\n", result,
+                     status.GetMessage().c_str());
+            return status;
+        }
+        for (auto& property : properties) {
+            // Only these two reach the importer; the host's other options are not ours to pass on.
+            if (property.first == kDocumentsImportOption) {
+                HYLN_LOG(0, "setting import prop iDocumentsImportOption");
+            } else if (property.first == kReplicaRequiredForReplaceOrUpdate) {
+                HYLN_LOG(0, "setting import prop iReplicaRequiredForReplaceOrUpdate");
+            } else {
+                HYLN_LOG(0, "unknown import prop");
+                continue;
+            }
+            result = HY_DXLSetImporterProperty(importer, property.first, property.second);
+            if (result != NOERROR) {
+                status.SetError(result);
+                HY_DXLDeleteImporter(importer);
+                return status;
+            }
+        }
+    } catch (...) {
+        HYLN_LOG(0, "Caught exception in createDXLImporter\n");
+    }
+    return status;
+}
+
+HyLNError HyLNUtilities::CreateAclDXLImporter(unsigned int& importer, std::map<DXL_IMPORT_PROPERTY, void*>& properties)
+{
+    HyLNError status;
+    try {
+        STATUS result = HY_DXLCreateImporter(&importer);
+        if (result != NOERROR) {
+            status.SetError(result);
+            HYLN_LOG(0, "Error: unable to create DXL importer. DXLCreateImporter(...) returned: [%d] %s\n", result,
+                     status.GetMessage().c_str());
+            return status;
+        }
+        for (auto& property : properties) {
+            result = HY_DXLSetImporterProperty(importer, property.first, property.second);
+            if (result != NOERROR) {
+                status.SetError(result);
+                HY_DXLDeleteImporter(importer);
+                return status;
+            }
+        }
+    } catch (...) {
+        HYLN_LOG(0, "Caught exception in createAclDXLImporter\n");
+    }
+    return status;
+}
+
+HyLNError HyLNUtilities::CreateDXLExporter(unsigned int& exporter, std::map<DXL_EXPORT_PROPERTY, void*>& properties)
+{
+    HyLNError status;
+    try {
+        STATUS result = HY_DXLCreateExporter(&exporter);
+        if (result != NOERROR) {
+            status.SetError(result);
+            return status;
+        }
+        for (auto& property : properties) {
+            if (!isSettableExportProperty(property.first))
+                continue;
+            result = HY_DXLSetExporterProperty(exporter, property.first, property.second);
+            if (result != NOERROR) {
+                status.SetError(result);
+                HY_DXLDeleteExporter(exporter);
+                return status;
+            }
+        }
+    } catch (...) {
+        HYLN_LOG(0, "Caught exception in createDXLExporter\n");
+    }
+    return status;
+}
+
+void HyLNUtilities::DeleteDXLExporter(unsigned int& exporter)
+{
+    if (exporter != NULLHANDLE)
+        HY_DXLDeleteExporter(exporter);
+}
+
+void HyLNUtilities::DeleteDXLImporter(unsigned int& importer)
+{
+    if (importer != NULLHANDLE)
+        HY_DXLDeleteImporter(importer);
+}
+
+void HyLNUtilities::DXLExportStreamFunc(const unsigned char* data, unsigned int length, void* record)
+{
+    NoteExportRecord* out = static_cast<NoteExportRecord*>(record);
+    if (!out->ok)
+        return;
+    out->total += length;
+    try {
+        if (out->toFile) {
+            if (out->file != nullptr)
+                fwrite(data, 1, length, out->file);
+            out->position += length;
+            return;
+        }
+        // Growing when the total merely reaches the capacity keeps one spare byte.
+        if (out->total >= *out->capacity) {
+            unsigned int newSize = static_cast<unsigned int>(out->total * 1.5);
+            while (newSize < out->total)
+                newSize = static_cast<unsigned int>(newSize * 1.5);
+            unsigned char* grown = static_cast<unsigned char*>(calloc(newSize, 1));
+            if (grown != nullptr) {
+                if (*out->capacity != 0)
+                    std::memcpy(grown, *out->buffer, *out->capacity);
+                free(*out->buffer);
+                *out->buffer = grown;
+                *out->capacity = newSize;
+            } else {
+                out->ok = false;
+                HYLN_LOG(-1, "failed to allocate  %d memory", newSize);
+            }
+        }
+        if (!out->ok) {
+            HYLN_LOG(-1, "Insufficient memory");
+            out->position += length;
+            return;
+        }
+        if (length != 0)
+            std::memcpy(*out->buffer + out->position, data, length);
+        out->position += length;
+    } catch (...) {
+        printf("caught exception in dxlexport");
+    }
+}
+
+unsigned int HyLNUtilities::DXLImportStreamFunc(unsigned char* buffer, unsigned int maxLength, void* record)
+{
+    NoteImportRecord* in = static_cast<NoteImportRecord*>(record);
+    if (in->remaining == 0)
+        return 0;
+    unsigned int count = std::min(maxLength, in->remaining);
+    try {
+        if (in->buffer != nullptr) {
+            std::memcpy(buffer, in->buffer + in->position, count);
+        } else {
+            fseek(in->file, static_cast<long>(in->fileOffset) + in->position, SEEK_SET);
+            // A short read is not detected: the runtime gets the count asked for.
+            size_t got = fread(buffer, 1, count, in->file);
+            (void)got;
+        }
+    } catch (...) {
+        HYLN_LOG(-1, "Caught exception in DXLImportStreamFunc\n");
+        return 0;
+    }
+    in->position += count;
+    in->remaining -= count;
+    return count;
+}

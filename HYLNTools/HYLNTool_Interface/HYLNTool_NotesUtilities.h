@@ -3,6 +3,8 @@
 #ifndef HYLNTOOL_NOTESUTILITIES_H
 #define HYLNTOOL_NOTESUTILITIES_H
 
+#include <cstdio>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,6 +46,29 @@ struct HYLN_EXPORT DbMigrateCriteria {
     int AttachmentSize;
     int AttachmentNumbers;
     std::vector<ATTACHMENT> Attachments;
+};
+
+// ---- DXL streams ----
+
+// Context of the export stream callback, filled by the caller: total and position 0,
+// ok true and, in memory mode, a buffer from malloc/calloc with its capacity.
+struct HYLN_EXPORT NoteExportRecord {
+    FILE* file;                // file mode: where the DXL goes; may be null
+    unsigned char** buffer;    // memory mode: the caller's buffer pointer, replaced on growth
+    unsigned int total;        // bytes the exporter delivered so far
+    unsigned int* capacity;    // the caller's size of that buffer, updated on growth
+    unsigned int position;     // bytes accounted so far; the next chunk goes here
+    bool toFile;
+    bool ok;                   // cleared when the buffer cannot grow
+};
+
+// Context of the import stream callback.
+struct HYLN_EXPORT NoteImportRecord {
+    FILE* file;                  // read when buffer is null
+    const unsigned char* buffer; // memory source
+    unsigned int remaining;      // bytes still to deliver
+    unsigned int position;       // bytes delivered so far
+    unsigned int fileOffset;     // where this note's DXL starts in the file
 };
 
 // ---- Discovery (mailboxes, database records, data-directory and additional scans) ----
@@ -157,6 +182,21 @@ public:
     static HyLNError OpenDirectory(std::string directory, unsigned int& handle);
     // The caller's handle variable keeps its value.
     static HyLNError CloseDirectory(unsigned int& handle);
+
+    // DXL importer and exporter. The importer takes only the documents option (3) and the
+    // replica requirement (7); the ACL importer takes every property of the map; the exporter
+    // takes 3 to 7 and 30 to 34. A failed property deletes the new handle but leaves its
+    // value in the caller's variable.
+    static HyLNError CreateDXLImporter(unsigned int& importer, std::map<DXL_IMPORT_PROPERTY, void*>& properties);
+    static HyLNError CreateAclDXLImporter(unsigned int& importer, std::map<DXL_IMPORT_PROPERTY, void*>& properties);
+    static HyLNError CreateDXLExporter(unsigned int& exporter, std::map<DXL_EXPORT_PROPERTY, void*>& properties);
+    // The caller's handle variable keeps its value.
+    static void DeleteDXLExporter(unsigned int& exporter);
+    static void DeleteDXLImporter(unsigned int& importer);
+    // Stream callbacks in the runtime's writer and reader forms; `record` is a
+    // NoteExportRecord or a NoteImportRecord.
+    static void DXLExportStreamFunc(const unsigned char* data, unsigned int length, void* record);
+    static unsigned int DXLImportStreamFunc(unsigned char* buffer, unsigned int maxLength, void* record);
 
     // Archiving criteria: the text is not interpreted; the result is a default record.
     static DbMigrateCriteria getMigrateCriteria(std::string criteria);

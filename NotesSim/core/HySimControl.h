@@ -47,6 +47,10 @@ unsigned long HySimCallCount(const char* name);
 void HySimSetClock(long long unixSeconds, int hundredths);
 void HySimUseRealClock(void);
 
+// The result log of a DXL exporter or importer handle (XML text; empty when the last
+// export or import went well); null for an unknown handle. Valid until the next call.
+const char* HySimDxlResultLog(unsigned int handle);
+
 #ifdef __cplusplus
 }
 #endif

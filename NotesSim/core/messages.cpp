@@ -76,6 +76,8 @@ constexpr Message kMessages[] = {
     {sim::STS_UNSUPPORTED, "The simulated runtime does not support this mode or option."},
     {sim::STS_FORMULA_EVALUATION, "The formula met a value of the wrong type for its operator or @function, or divided by zero."},
     {sim::STS_FORMULA_RESULT_TOO_LARGE, "The formula result is larger than 65535 bytes."},
+    {sim::STS_DXL_EXPORT_FAILED, "DXL exporter operation failed"},
+    {sim::STS_DXL_IMPORT_FAILED, "DXL importer operation failed"},
 };
 
 constexpr bool sortedByCode()

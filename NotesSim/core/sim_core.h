@@ -44,6 +44,10 @@ enum : STATUS {
     STS_UNSUPPORTED = 0x3F09,        // a mode or option the simulation does not support
     STS_FORMULA_EVALUATION = 0x3F0A, // a formula met a value of the wrong type, or divided by zero
     STS_FORMULA_RESULT_TOO_LARGE = 0x3F0B, // a formula result does not fit its WORD length
+    // The DXL exporter or importer met something it cannot convert; the handle's result
+    // log says what (the published codes of these failures are not known).
+    STS_DXL_EXPORT_FAILED = 0x3F0C,
+    STS_DXL_IMPORT_FAILED = 0x3F0D,
 };
 
 constexpr size_t kEntryCount = 0

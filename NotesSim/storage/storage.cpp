@@ -714,28 +714,40 @@ STATUS Storage::responsesOf(const UNID& parent, std::vector<NOTEID>& out)
     });
 }
 
+namespace {
+
+// Writes one note inside the caller's transaction and stamps `saved` as stored.
+void writeNote(sqlite3* db, const NoteRecord& note, NoteRecord& saved, const std::vector<ItemRecord>& items,
+               const NoteSave& how)
+{
+    NoteRecord stored;
+    bool existed = false;
+    saved = note;
+    saved.id = placeNote(db, note, how, stored, existed);
+    std::set<DWORD> previousObjects = existed ? objectsOfNote(db, saved.id) : std::set<DWORD>();
+    TIMEDATE modified = nextModifiedTime(db);
+    saved.modified = modified;
+    saved.oid.Sequence += 1;
+    saved.oid.SequenceTime = modified;
+    saved.addedToFile = existed ? stored.addedToFile : modified;
+    if (timedateOrder(saved.accessed) == 0)
+        saved.accessed = modified;
+    saved.deleted = false;
+    claimDefaultOfClass(db, saved);
+    writeNoteRow(db, saved);
+    writeItems(db, saved.id, items);
+    freeUnreferencedObjects(db, previousObjects);
+    Statement(db, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(modified)).run();
+}
+
+} // namespace
+
 STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how)
 {
-    NoteRecord saved = note;
+    NoteRecord saved;
     STATUS status = guarded([&] {
         Transaction tx(db_);
-        NoteRecord stored;
-        bool existed = false;
-        saved.id = placeNote(db_, note, how, stored, existed);
-        std::set<DWORD> previousObjects = existed ? objectsOfNote(db_, saved.id) : std::set<DWORD>();
-        TIMEDATE modified = nextModifiedTime(db_);
-        saved.modified = modified;
-        saved.oid.Sequence += 1;
-        saved.oid.SequenceTime = modified;
-        saved.addedToFile = existed ? stored.addedToFile : modified;
-        if (timedateOrder(saved.accessed) == 0)
-            saved.accessed = modified;
-        saved.deleted = false;
-        claimDefaultOfClass(db_, saved);
-        writeNoteRow(db_, saved);
-        writeItems(db_, saved.id, items);
-        freeUnreferencedObjects(db_, previousObjects);
-        Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(modified)).run();
+        writeNote(db_, note, saved, items, how);
         tx.commit();
     });
     if (status == NOERROR)
@@ -771,6 +783,39 @@ STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
         Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(modified)).run();
         tx.commit();
     });
+}
+
+STATUS Storage::saveNotes(std::vector<NoteBatchEntry>& notes)
+{
+    std::vector<NoteRecord> saved(notes.size());
+    STATUS status = guarded([&] {
+        Transaction tx(db_);
+        for (size_t n = 0; n < notes.size(); ++n) {
+            NoteBatchEntry& entry = notes[n];
+            std::vector<ItemRecord> items = entry.items;
+            std::vector<DWORD> rrvs;
+            for (const std::vector<char>& bytes : entry.objects) {
+                DWORD id = allocateRrv(db_);
+                Statement insert(db_, "INSERT INTO objects(rrv, class, privileges, type, bytes) VALUES(?, ?, 0, ?, ?)");
+                insert.bind(1, id).bind(2, NOTE_CLASS_DOCUMENT).bind(3, OBJECT_FILE).bindBlob(4, bytes).run();
+                rrvs.push_back(id);
+            }
+            for (size_t i = 0; i < items.size() && i < entry.itemObject.size(); ++i) {
+                int object = entry.itemObject[i];
+                if (object < 0)
+                    continue;
+                if (static_cast<size_t>(object) >= rrvs.size() || items[i].value.size() < 8)
+                    throw Failure{STS_BAD_ARGUMENT};
+                std::memcpy(items[i].value.data() + 4, &rrvs[static_cast<size_t>(object)], sizeof(DWORD));
+            }
+            writeNote(db_, entry.record, saved[n], items, entry.how);
+        }
+        tx.commit();
+    });
+    if (status == NOERROR)
+        for (size_t n = 0; n < notes.size(); ++n)
+            notes[n].record = saved[n];
+    return status;
 }
 
 STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,

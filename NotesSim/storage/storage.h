@@ -82,6 +82,17 @@ enum class NoteRemoval {
     Purge,  // gone for good, deletion stubs included
 };
 
+// One note of a batch written all or nothing: its items, and the bytes of new objects
+// that TYPE_OBJECT items refer to by index (itemObject[i] = index, or -1 for none);
+// the stored object ID replaces the item's RRV.
+struct NoteBatchEntry {
+    NoteRecord record;
+    std::vector<ItemRecord> items;
+    std::vector<int> itemObject;
+    std::vector<std::vector<char>> objects;
+    NoteSave how;
+};
+
 // The ACL image a new database receives (NSFDbReadACL hands it out as is):
 //   DWORD magic 'HACL', WORD version 1, WORD entry count, then per entry
 //   WORD access level (0 no access .. 6 manager), WORD flags, WORD name length, name bytes.
@@ -129,6 +140,8 @@ public:
     // Drops the note's items and objects. ERR_INVALID_NOTE when unknown; ERR_NOTE_DELETED
     // when a stub is met, unless purging. Counts as a data change, like a save.
     STATUS removeNote(NOTEID id, NoteRemoval how);
+    // Saves every note of the batch in one transaction: a failure leaves the file as it was.
+    STATUS saveNotes(std::vector<NoteBatchEntry>& notes);
     // Notes of the class mask in note ID order: live ones, and stubs when asked; only
     // those modified at or after `since` when given. `until` receives the time to pass
     // as the next `since`: every later change is stamped at or after it.
