@@ -757,9 +757,9 @@ unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary
     if ((found.SERetFlags & SE_FMATCH) == 0 || search->state == 0xFFFFFFFF)
         return NOERROR;
     char title[kPathBuffer] = {0};
+    NOTEHANDLE note = NULLHANDLE;
     try {
         HYLN_LOG(2, "Finding restore view, opening Note ID 0x%x ...", found.ID.NoteID);
-        NOTEHANDLE note = NULLHANDLE;
         STATUS error = HY_NSFNoteOpenExt(search->databaseHandle, found.ID.NoteID, OPEN_SUMMARY, &note);
         if (error != NOERROR) {
             HYLN_LOG(-1, "Could not open note 0x%x - %d", found.ID.NoteID, error);
@@ -767,11 +767,11 @@ unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary
         }
         HYLN_LOG(2, "Note opened.");
         HY_NSFItemGetText(note, "$TITLE", title, sizeof title);
-        if (title[0] == '\0') {
-            HY_NSFNoteClose(note);
+        NOTEHANDLE opened = note;
+        note = NULLHANDLE;
+        HY_NSFNoteClose(opened);
+        if (title[0] == '\0')
             return NOERROR;
-        }
-        HY_NSFNoteClose(note);
         HYLN_LOG(2, "Note closed.");
         char viewName[kPathBuffer] = {0};
         if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, static_cast<WORD>(std::strlen(title)), viewName,
@@ -787,6 +787,13 @@ unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary
         }
     } catch (...) {
         HYLN_LOG(-1, "Warning: an exception was found while processing view: [%s].", title);
+        // A note the exception left open is released; the search goes on as before.
+        if (note != NULLHANDLE) {
+            try {
+                HY_NSFNoteClose(note);
+            } catch (...) {
+            }
+        }
     }
     return NOERROR;
 }

@@ -248,6 +248,17 @@ TEST_F(DatabaseDiscovery, FindAViewMatchesUntranslatedTitlesAndSurvivesException
     EXPECT_STREQ(again.foundViewName, "Restore View");
     EXPECT_TRUE(logged("FindAView", -1, "Warning: an exception was found while processing view: [($Inbox)]."));
     EXPECT_EQ(sim().callCount("NSFNoteClose"), sim().callCount("NSFNoteOpenExt"));
+
+    // An exception while the note is open still leaves no note open.
+    HyLNRestoreViewSearch third{};
+    third.databaseHandle = database;
+    std::strcpy(third.wantedText, "Restore");
+    sim().clearFaults();
+    sim().traceClear();
+    sim().setFault("NSFItemGetText", 0, 1, 1 /* throw */);
+    EXPECT_EQ(searchViews(database, third), NOERROR);
+    EXPECT_STREQ(third.foundViewName, "Restore View");
+    EXPECT_EQ(sim().callCount("NSFNoteClose"), sim().callCount("NSFNoteOpenExt"));
     HY_NSFDbClose(database);
 }
 
