@@ -21,6 +21,8 @@ std::string iniPathOf(const Options& options)
     return options.iniPath.empty() ? options.dataDir + "/notes.ini" : options.iniPath;
 }
 
+} // namespace
+
 int fail(HyLNError status, const std::string& what, const std::string& subject)
 {
     unsigned short code = status.GetErrorCode();
@@ -31,8 +33,6 @@ int fail(HyLNError status, const std::string& what, const std::string& subject)
                      {{"operation", what}, {"subject", subject}, {"code", code}, {"message", text}});
     return kFailure;
 }
-
-} // namespace
 
 int failWith(const std::string& what, const std::string& subject, const std::string& why)
 {
@@ -54,49 +54,6 @@ int checkPathLengths(const Options& options)
                                 std::to_string(kLongestPath));
     return kSuccess;
 }
-
-// The Domino runtime for the lifetime of one command.
-class Runtime {
-public:
-    ~Runtime()
-    {
-        if (!started)
-            return;
-        try {
-            instance.TerminateNotes();
-        } catch (const std::exception& failure) {
-            std::fprintf(stderr, "hyln: stopping the Domino runtime failed: %s\n", failure.what());
-        } catch (...) {
-            std::fprintf(stderr, "hyln: stopping the Domino runtime failed with an unknown exception\n");
-        }
-    }
-
-    int start(const Options& options)
-    {
-        if (options.dataDir.empty())
-            return failWith("starting the Domino runtime", "the data directory",
-                            "no data directory given (--data or HYLN_DATA_DIR)");
-        if (int failed = checkPathLengths(options))
-            return failed;
-        instance = HyLNInstance("hyln\x12" + options.dataDir, options.server);
-        if (!instance.Initialize())
-            return failWith("starting the Domino runtime", options.dataDir, "the data directory is not usable");
-        instance.SetExePath(options.dominoDir);
-        std::string ini = iniPathOf(options);
-        HyLNError status = instance.InitializeNotesEnvForUnix(options.dominoDir, "=" + ini);
-        if (status.IsErrorSet()) {
-            // The loader's own lines end without a line break.
-            std::fputc('\n', stderr);
-            return fail(status, "starting the Domino runtime", options.dominoDir + " with " + ini);
-        }
-        started = true;
-        return kSuccess;
-    }
-
-private:
-    HyLNInstance instance;
-    bool started = false;
-};
 
 int finish(int result)
 {
@@ -228,6 +185,41 @@ int seedSampleServer(const Options& options)
 }
 
 } // namespace
+
+Runtime::~Runtime()
+{
+    if (!started)
+        return;
+    try {
+        instance.TerminateNotes();
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "hyln: stopping the Domino runtime failed: %s\n", failure.what());
+    } catch (...) {
+        std::fprintf(stderr, "hyln: stopping the Domino runtime failed with an unknown exception\n");
+    }
+}
+
+int Runtime::start(const Options& options)
+{
+    if (options.dataDir.empty())
+        return failWith("starting the Domino runtime", "the data directory",
+                        "no data directory given (--data or HYLN_DATA_DIR)");
+    if (int failed = checkPathLengths(options))
+        return failed;
+    instance = HyLNInstance("hyln\x12" + options.dataDir, options.server);
+    if (!instance.Initialize())
+        return failWith("starting the Domino runtime", options.dataDir, "the data directory is not usable");
+    instance.SetExePath(options.dominoDir);
+    std::string ini = iniPathOf(options);
+    HyLNError status = instance.InitializeNotesEnvForUnix(options.dominoDir, "=" + ini);
+    if (status.IsErrorSet()) {
+        // The loader's own lines end without a line break.
+        std::fputc('\n', stderr);
+        return fail(status, "starting the Domino runtime", options.dominoDir + " with " + ini);
+    }
+    started = true;
+    return kSuccess;
+}
 
 int discoverMailboxes(const Options& options)
 {

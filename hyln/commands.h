@@ -3,6 +3,9 @@
 #define HYLN_COMMANDS_H
 
 #include <string>
+#include <vector>
+
+#include "HYLNTool.h"
 
 namespace hyln {
 
@@ -20,6 +23,11 @@ struct Options {
     bool listOnly = false;
     std::string directory;   // discover databases: the directory to scan (default: data directory)
     std::string directories; // discover additional: "DIR1?DIR2"
+    std::string database;    // export, stub: the database path
+    std::vector<std::string> noteIds; // export, stub: note IDs (decimal or 0x hex)
+    bool allNotes = false;   // export: every data note of the database
+    std::string outDir;      // export: where the DXL files go
+    bool fileMode = false;   // export: the exporter writes the file itself (else through memory)
 };
 
 // Reports a failure that has no Domino status: `what` failed for `subject` because of `why`.
@@ -29,6 +37,23 @@ int discoverMailboxes(const Options& options);
 int discoverDatabases(const Options& options);
 int discoverAdditional(const Options& options);
 int runDemo(Options options);
+int exportNotes(const Options& options);
+int stubNotes(const Options& options);
+
+// The runtime, started for one command and stopped when it ends.
+class Runtime {
+public:
+    ~Runtime();
+    int start(const Options& options);
+    HyLNInstance& getInstance() { return instance; }
+
+private:
+    HyLNInstance instance;
+    bool started = false;
+};
+
+// Reports a Domino failure: `what` failed for `subject` with the status's code and text.
+int fail(HyLNError status, const std::string& what, const std::string& subject);
 
 } // namespace hyln
 

@@ -23,9 +23,11 @@ const char kJsonKeys[] =
     "Output: records on standard output, log lines, progress and summaries on standard error.\n"
     "With --json, standard output carries only JSON lines, each an object with \"type\" and \"command\":\n"
     "  database  path, and for full records title, view, replica, owner\n"
+    "  note      note_id, and path and bytes (export) or stubbed, attachments, attachment_bytes (stub)\n"
     "  summary   databases (count), interrupted, and per command: entries and skipped\n"
     "            (without_mail_file, mail_file_not_text, external, failed, duplicates) for\n"
-    "            mailboxes; directory for databases and additional\n"
+    "            mailboxes; directory for databases and additional; notes, chosen and database\n"
+    "            for export and stub\n"
     "  error     operation, subject, message, and code (the Domino status) when there is one\n"
     "Exit codes: 0 success, 1 failure, 2 usage error, 130 interrupted (Ctrl-C ends after the current item).";
 
@@ -114,10 +116,14 @@ public:
         }
         const Command* chosen = chosenCommand();
         if (chosen == nullptr)
-            return usageError("a command is required: discover mailboxes|databases|additional, demo or help");
+            return usageError(
+                "a command is required: discover mailboxes|databases|additional, export, stub, demo or help");
         // Checked here rather than by the parser, so that "help discover additional" works.
         if (chosen->run == hyln::discoverAdditional && options.directories.empty())
             return usageError("discover additional: the directories are required (DIR1?DIR2)");
+        bool perNote = chosen->run == hyln::exportNotes || chosen->run == hyln::stubNotes;
+        if (perNote && options.noteIds.empty() != options.allNotes)
+            return usageError(std::string(chosen->name) + ": give note IDs or --all (one of the two)");
         return -1;
     }
 
@@ -186,6 +192,23 @@ private:
         additional->add_flag("--list", options.listOnly, "Only list the database names");
         additional->add_flag("--quick", options.quick, "Short records (path and title only)");
         commands.push_back({"discover additional", additional, hyln::discoverAdditional});
+        CLI::App* exportCommand = subcommand(app, "export", "Write notes of a database as DXL, one file per note");
+        exportCommand->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        exportCommand->add_option("notes", options.noteIds, "Note IDs (decimal, or hex with 0x)");
+        exportCommand->add_flag("--all", options.allNotes, "Every data note of the database");
+        exportCommand->add_option("--out", options.outDir, "Directory for the DXL files (NOTEID.xml)")->required();
+        exportCommand->add_flag("--file-mode", options.fileMode,
+                                "Let the exporter write the file (default: through a memory buffer)");
+        commands.push_back({"export", exportCommand, hyln::exportNotes});
+        CLI::App* stubCommand =
+            subcommand(app, "stub", "Archive notes in place: record attachment names, remove attachments, body and "
+                                    "seals, mark the note as stubbed");
+        stubCommand->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        stubCommand->add_option("notes", options.noteIds, "Note IDs (decimal, or hex with 0x)");
+        stubCommand->add_flag("--all", options.allNotes, "Every data note of the database");
+        commands.push_back({"stub", stubCommand, hyln::stubNotes});
         CLI::App* demoCommand = subcommand(
             app, "demo", "Seed a sample server if missing (default data directory ~/.cache/hyln/sample-server), "
                          "then discover");

@@ -30,10 +30,10 @@ void Output::heading(const std::string& text)
         std::fprintf(records, "%s\n", text.c_str());
 }
 
-void Output::record(const std::string& text, nlohmann::json fields)
+void Output::record(const std::string& text, nlohmann::json fields, const char* type)
 {
     if (mode.json) {
-        writeJson("database", std::move(fields));
+        writeJson(type, std::move(fields));
     } else {
         std::fprintf(records, "%s\n", text.c_str());
         // A reader of the pipe sees each record when it is done, also if the run ends early.

@@ -28,7 +28,7 @@ public:
     // A section heading of the text output (the demo's parts); nothing in JSON.
     void heading(const std::string& text);
     // One record: `text` in text mode, `fields` plus type and command in JSON.
-    void record(const std::string& text, nlohmann::json fields);
+    void record(const std::string& text, nlohmann::json fields, const char* type = "database");
     // The closing summary: `text` on standard error unless quiet, `fields` as JSON.
     void summary(const std::string& text, nlohmann::json fields);
     // A failure: the message on standard error, and an error object in JSON.

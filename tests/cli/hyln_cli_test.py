@@ -6,6 +6,7 @@ import shutil
 import signal
 import subprocess
 import unittest
+from xml.etree import ElementTree
 
 BIN_DIR = os.environ["HYLN_TEST_BIN_DIR"]
 WORK_DIR = os.environ["HYLN_TEST_WORK_DIR"]
@@ -164,6 +165,65 @@ class JsonOutput(unittest.TestCase):
         lines = json_lines(result.stdout)
         summaries = [line["command"] for line in lines if line["type"] == "summary"]
         self.assertEqual(summaries, ["discover mailboxes", "discover databases", "discover additional"])
+
+
+def mail_file():
+    return "mail/" + sorted(n for n in os.listdir(os.path.join(SERVER_DIR, "mail")) if n.endswith(".nsf"))[0]
+
+
+class Notes(unittest.TestCase):
+    def export(self, *args, data=SERVER_DIR):
+        out = os.path.join(WORK_DIR, "export-" + "-".join(a.strip("-") for a in args[-2:]))
+        shutil.rmtree(out, ignore_errors=True)
+        return run("--json", "--data", data, "export", *args, "--out", out), out
+
+    def test_export_writes_one_complete_dxl_file_per_note(self):
+        for mode in ([], ["--file-mode"]):
+            with self.subTest(mode=mode):
+                result, out = self.export(mail_file(), "--all", *mode)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                lines = json_lines(result.stdout)
+                notes, summary = lines[:-1], lines[-1]
+                self.assertEqual(summary["notes"], len(notes))
+                self.assertEqual(sorted(os.listdir(out)), sorted(n["note_id"] + ".xml" for n in notes))
+                for note in notes:
+                    self.assertEqual(note["type"], "note")
+                    self.assertEqual(os.path.getsize(note["path"]), note["bytes"])
+                    root = ElementTree.parse(note["path"]).getroot()
+                    self.assertEqual(root.tag, "{http://www.lotus.com/dxl}document")
+
+    def test_export_of_chosen_notes_and_of_notes_that_are_not_there(self):
+        _, out = self.export(mail_file(), "--all")
+        first = sorted(os.listdir(out))[0][:-4]
+        result, _ = self.export(mail_file(), first)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual([line["note_id"] for line in json_lines(result.stdout)[:-1]], [first])
+        missing, _ = self.export(mail_file(), "0x7FFFFFF0")
+        self.assertEqual(missing.returncode, 1)
+        self.assertEqual([line["type"] for line in json_lines(missing.stdout)], ["error", "summary"])
+        self.assertIn("opening note 0x7FFFFFF0 failed", missing.stderr)
+        for args in (["banana"], [], [first, "--all"]):
+            with self.subTest(args=args):
+                self.assertEqual(self.export(mail_file(), *args)[0].returncode, 2)
+
+    def test_stub_strips_a_note_once_and_marks_it(self):
+        data = os.path.join(WORK_DIR, "stub-server")
+        shutil.rmtree(data, ignore_errors=True)
+        shutil.copytree(SERVER_DIR, data)
+        first = run("--json", "--data", data, "stub", mail_file(), "--all")
+        self.assertEqual(first.returncode, 0, first.stderr)
+        stubbed = json_lines(first.stdout)[:-1]
+        self.assertTrue(all(note["stubbed"] for note in stubbed))
+        self.assertGreater(sum(note["attachments"] for note in stubbed), 0)
+        again = run("--json", "--data", data, "stub", mail_file(), "--all")
+        self.assertFalse(any(note["stubbed"] for note in json_lines(again.stdout)[:-1]))
+        _, out = self.export(mail_file(), "--all", data=data)
+        for name in os.listdir(out):
+            items = {item.get("name") for item in ElementTree.parse(os.path.join(out, name)).getroot()
+                     if item.tag.endswith("item")}
+            self.assertIn("StubData", items)
+            self.assertIn("AttachmentData", items)
+            self.assertFalse(items & {"$FILE", "Body"}, name)
 
 
 class Progress(unittest.TestCase):

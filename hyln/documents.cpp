@@ -1,0 +1,278 @@
+// The per-note jobs: DXL export and stubbing, as an archiving pass runs them.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <memory>
+
+#include "commands.h"
+#include "host_callbacks.h"
+#include "output.h"
+
+namespace fs = std::filesystem;
+
+namespace hyln {
+namespace {
+
+const unsigned int kFirstBufferSize = 64 * 1024;
+const char kStubMarker[] = "StubData";
+
+char hexDigit(unsigned value)
+{
+    return "0123456789ABCDEF"[value & 0xF];
+}
+
+std::string noteIdText(NOTEID id)
+{
+    std::string text = "0x";
+    for (int shift = 28; shift >= 0; shift -= 4)
+        text += hexDigit(id >> shift);
+    return text;
+}
+
+// Note IDs as the user wrote them (decimal, or hex with 0x); false names the first bad one.
+bool parseNoteIds(const std::vector<std::string>& words, std::vector<NOTEID>& ids, std::string& bad)
+{
+    for (const std::string& word : words) {
+        char* end = nullptr;
+        unsigned long value = std::strtoul(word.c_str(), &end, 0);
+        if (word.empty() || *end != '\0' || value == 0 || value > 0xFFFFFFFFul) {
+            bad = word;
+            return false;
+        }
+        ids.push_back(static_cast<NOTEID>(value));
+    }
+    return true;
+}
+
+STATUS collectDataNote(void* context, SEARCH_MATCH* match, ITEM_TABLE*)
+{
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found); // may be unaligned
+    if ((found.SERetFlags & SE_FMATCH) != 0)
+        static_cast<std::vector<NOTEID>*>(context)->push_back(found.ID.NoteID);
+    return interrupted() ? 1 : NOERROR;
+}
+
+// Every data note of the database, through the runtime's search as any host may run it.
+STATUS listDataNotes(DBHANDLE database, std::vector<NOTEID>& ids)
+{
+    TIMEDATE until;
+    return HY_NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, collectDataNote, &ids,
+                        &until);
+}
+
+class OpenDatabase {
+public:
+    int open(const Options& options, Runtime& runtime)
+    {
+        database = HyLNDatabase(options.database, runtime.getInstance());
+        HyLNError status = database.Open();
+        return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
+    }
+    DBHANDLE handle() { return database.GetHandle(); }
+
+private:
+    HyLNDatabase database;
+};
+
+int chooseNotes(const Options& options, DBHANDLE database, std::vector<NOTEID>& ids)
+{
+    std::string bad;
+    if (!parseNoteIds(options.noteIds, ids, bad)) {
+        failWith("reading the note IDs", bad, "not a note ID (decimal, or hex with 0x)");
+        return kUsage;
+    }
+    if (options.allNotes) {
+        STATUS error = listDataNotes(database, ids);
+        if (error != NOERROR && !interrupted()) {
+            HyLNError status;
+            status.SetError(error);
+            return fail(status, "listing the notes", options.database);
+        }
+    }
+    return kSuccess;
+}
+
+// Writes the DXL beside its final name and renames it: a file that exists is complete.
+bool writeWhole(const fs::path& target, const unsigned char* data, size_t size)
+{
+    fs::path partial = target;
+    partial += ".part";
+    FILE* file = std::fopen(partial.c_str(), "wb");
+    if (file == nullptr)
+        return false;
+    bool written = std::fwrite(data, 1, size, file) == size;
+    written = std::fclose(file) == 0 && written;
+    std::error_code error;
+    if (written)
+        fs::rename(partial, target, error);
+    if (!written || error)
+        fs::remove(partial, error);
+    return written && !error;
+}
+
+// Exports through a memory buffer that the library's stream callback grows.
+HyLNError exportToMemory(HyLNDataDocument& note, unsigned int exporter, const fs::path& target, size_t& bytes,
+                         bool& written)
+{
+    unsigned int capacity = kFirstBufferSize;
+    unsigned char* buffer = static_cast<unsigned char*>(std::malloc(capacity));
+    NoteExportRecord record{nullptr, &buffer, 0, &capacity, 0, false, true};
+    HyLNError status = buffer == nullptr ? HyLNError(0xFFFF, "no memory for the DXL buffer")
+                                         : note.Export(exporter, &record);
+    bytes = record.position;
+    written = !status.IsErrorSet() && record.ok && writeWhole(target, buffer, record.position);
+    std::free(buffer);
+    return status;
+}
+
+// Lets the exporter write the file through the library's callback in file mode.
+HyLNError exportToFile(HyLNDataDocument& note, unsigned int exporter, const fs::path& target, size_t& bytes,
+                       bool& written)
+{
+    fs::path partial = target;
+    partial += ".part";
+    FILE* file = std::fopen(partial.c_str(), "wb");
+    if (file == nullptr)
+        return HyLNError(0xFFFF, "cannot create " + partial.string());
+    NoteExportRecord record{file, nullptr, 0, nullptr, 0, true, true};
+    HyLNError status = note.Export(exporter, &record);
+    bytes = record.total;
+    bool closed = std::fclose(file) == 0;
+    std::error_code error;
+    written = !status.IsErrorSet() && closed;
+    if (written)
+        fs::rename(partial, target, error);
+    if (!written || error)
+        fs::remove(partial, error);
+    written = written && !error;
+    return status;
+}
+
+int exportOne(const Options& options, DBHANDLE database, unsigned int exporter, NOTEID id)
+{
+    HyLNDataDocument note(database, id);
+    HyLNError status = note.Open(0);
+    if (status.IsErrorSet())
+        return fail(status, "opening note " + noteIdText(id), options.database);
+    fs::path target = fs::path(options.outDir) / (noteIdText(id) + ".xml");
+    size_t bytes = 0;
+    bool written = false;
+    status = options.fileMode ? exportToFile(note, exporter, target, bytes, written)
+                              : exportToMemory(note, exporter, target, bytes, written);
+    if (status.IsErrorSet())
+        return fail(status, "exporting note " + noteIdText(id), options.database);
+    if (!written)
+        return failWith("writing note " + noteIdText(id), target.string(), "the DXL could not be written whole");
+    output().record(target.string(), {{"note_id", noteIdText(id)}, {"path", target.string()}, {"bytes", bytes}},
+                    "note");
+    return kSuccess;
+}
+
+struct Exporter {
+    ~Exporter() { HyLNUtilities::DeleteDXLExporter(handle); }
+    unsigned int handle = 0;
+};
+
+int stubOne(const Options& options, DBHANDLE database, NOTEID id)
+{
+    HyLNDataDocument note(database, id);
+    std::string name = "note " + noteIdText(id);
+    HyLNError status = note.Open(0);
+    if (status.IsErrorSet())
+        return fail(status, "opening " + name, options.database);
+    bool migrated = false;
+    note.IsMigratedMessage(migrated);
+    DbMigrateCriteria details;
+    bool removed = false;
+    // Every change stays in the note in memory until the one update: the stored note is
+    // either untouched or fully stubbed.
+    if (!migrated) {
+        if ((status = note.GetMigrationDetails(details)).IsErrorSet() ||
+            (status = note.AddAttachmentInfo()).IsErrorSet() || (status = note.RemoveAttachments(removed)).IsErrorSet() ||
+            (status = note.RemoveMessageBody()).IsErrorSet() || (status = note.RemoveSealedFields()).IsErrorSet() ||
+            (status = note.SetItemText(kStubMarker, noteIdText(id))).IsErrorSet() ||
+            (status = note.Update(0)).IsErrorSet())
+            return fail(status, "stubbing " + name, options.database);
+    }
+    output().record(name + (migrated ? ": already stubbed" : ": stubbed, " + std::to_string(details.AttachmentNumbers) +
+                                                                  " attachments removed"),
+                    {{"note_id", noteIdText(id)},
+                     {"stubbed", !migrated},
+                     {"attachments", migrated ? 0 : details.AttachmentNumbers},
+                     {"attachment_bytes", migrated ? 0 : details.AttachmentSize}},
+                    "note");
+    return kSuccess;
+}
+
+// Runs `perNote` for every chosen note, with progress, until one fails or Ctrl-C.
+template <class PerNote>
+int forEachNote(const std::vector<NOTEID>& ids, const char* what, PerNote perNote, size_t& done)
+{
+    for (NOTEID id : ids) {
+        if (interrupted())
+            return kInterrupted;
+        if (int failed = perNote(id))
+            return failed;
+        output().progress(++done, what);
+    }
+    return interrupted() ? kInterrupted : kSuccess;
+}
+
+void summarize(const char* verb, size_t done, size_t chosen, const std::string& database)
+{
+    output().summary("\n" + std::string(verb) + " " + std::to_string(done) + " of " + std::to_string(chosen) +
+                         " notes of " + database + (interrupted() ? " (interrupted)" : ""),
+                     {{"notes", done}, {"chosen", chosen}, {"database", database}, {"interrupted", interrupted()}});
+}
+
+} // namespace
+
+int exportNotes(const Options& options)
+{
+    Runtime runtime;
+    OpenDatabase database;
+    std::vector<NOTEID> ids;
+    if (int failed = runtime.start(options))
+        return failed;
+    if (int failed = database.open(options, runtime))
+        return failed;
+    if (int failed = chooseNotes(options, database.handle(), ids))
+        return failed;
+    std::error_code error;
+    fs::create_directories(options.outDir, error);
+    if (error)
+        return failWith("creating the output directory", options.outDir, error.message());
+    Exporter exporter;
+    std::map<DXL_EXPORT_PROPERTY, void*> properties;
+    HyLNError status = HyLNUtilities::CreateDXLExporter(exporter.handle, properties);
+    if (status.IsErrorSet())
+        return fail(status, "creating the DXL exporter", options.database);
+    size_t done = 0;
+    int result = forEachNote(ids, "notes exported",
+                             [&](NOTEID id) { return exportOne(options, database.handle(), exporter.handle, id); }, done);
+    summarize("exported", done, ids.size(), options.database);
+    return result;
+}
+
+int stubNotes(const Options& options)
+{
+    Runtime runtime;
+    OpenDatabase database;
+    std::vector<NOTEID> ids;
+    if (int failed = runtime.start(options))
+        return failed;
+    if (int failed = database.open(options, runtime))
+        return failed;
+    if (int failed = chooseNotes(options, database.handle(), ids))
+        return failed;
+    size_t done = 0;
+    int result = forEachNote(ids, "notes stubbed", [&](NOTEID id) { return stubOne(options, database.handle(), id); },
+                             done);
+    summarize("stubbed", done, ids.size(), options.database);
+    return result;
+}
+
+} // namespace hyln
