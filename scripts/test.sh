@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and tests the project the ways its users build it: GCC RelWithDebInfo (every
 # test), GCC Debug and Clang (builds only: warnings that one configuration alone raises),
-# and AddressSanitizer + UndefinedBehaviorSanitizer with leak checking (every test).
-# Warnings are errors.
+# AddressSanitizer + UndefinedBehaviorSanitizer with leak checking (every test), and
+# ThreadSanitizer (only the threaded tests, to keep the time down). Warnings are errors.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,3 +23,7 @@ scripts/setup.sh build-asan -DHYLN_SANITIZE=ON -DHYLN_WERROR=ON -DHYLN_BUILD_BEN
 lsan_suppressions="$PWD/tests/sanitizers/lsan.supp"
 (cd build-asan && ASAN_OPTIONS=detect_leaks=1:intercept_tls_get_addr=0 \
   LSAN_OPTIONS="suppressions=$lsan_suppressions" ctest --output-on-failure -j2)
+
+# ThreadSanitizer: only the threaded tests (label "threads") and what they need.
+HYLN_TARGETS=hyln_thread_tests scripts/setup.sh build-tsan -DHYLN_TSAN=ON -DHYLN_WERROR=ON -DHYLN_BUILD_BENCH=OFF
+(cd build-tsan && ctest --output-on-failure -j2 -L threads)
