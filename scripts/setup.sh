@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs when it is missing (Debian 12), then configures and builds.
 # Usage: scripts/setup.sh BUILD_DIR [extra cmake arguments...]
+# HYLN_TARGETS="a b" builds only those targets (and what they need) instead of all.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,4 +26,9 @@ fi
 build_dir="$1"
 shift
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
-cmake --build "$build_dir" -j2
+targets=()
+if [ -n "${HYLN_TARGETS:-}" ]; then
+  read -r -a names <<<"$HYLN_TARGETS"
+  targets=(--target "${names[@]}")
+fi
+cmake --build "$build_dir" -j2 "${targets[@]}"

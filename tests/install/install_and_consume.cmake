@@ -1,7 +1,8 @@
 # Installs the build into a scratch prefix, builds the host example against the
 # installed package twice (CMake package, pkg-config) and runs the tools and the
 # example against the installed simulated runtime.
-# Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, CXX, LIBDIR.
+# Arguments: BUILD_DIR, SOURCE_DIR, WORK_DIR, CXX, LIBDIR, and HOST_FLAGS (the build's
+# sanitizer flags, for the hosts; may be empty).
 set(prefix ${WORK_DIR}/prefix)
 set(example ${SOURCE_DIR}/docs/example/host_example.cpp)
 file(REMOVE_RECURSE ${WORK_DIR})
@@ -42,7 +43,8 @@ expect("mail/" "hyln discover databases")
 
 # A host built with the CMake package.
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/install/consumer -B ${WORK_DIR}/cmake-host
-  -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DHOST_EXAMPLE_SOURCE=${example})
+  -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX} -DHOST_EXAMPLE_SOURCE=${example}
+  "-DCMAKE_CXX_FLAGS=${HOST_FLAGS}")
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-host)
 run(${WORK_DIR}/cmake-host/host_example ${runtime_dir} ${WORK_DIR}/data)
 expect("names.nsf" "the CMake-built host's output")
@@ -52,6 +54,7 @@ set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(pkg-config --cflags --libs HYLNTool)
 string(STRIP "${run_output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
-run(${CXX} -std=c++17 ${example} ${flags} -Wl,-rpath,${prefix}/${LIBDIR} -o ${WORK_DIR}/pkg-host)
+separate_arguments(host_flags UNIX_COMMAND "${HOST_FLAGS}")
+run(${CXX} -std=c++17 ${host_flags} ${example} ${flags} -Wl,-rpath,${prefix}/${LIBDIR} -o ${WORK_DIR}/pkg-host)
 run(${WORK_DIR}/pkg-host ${runtime_dir} ${WORK_DIR}/data)
 expect("names.nsf" "the pkg-config-built host's output")

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 
+#include "exit_child.h"
 #include "support/domino_fixture.h"
 #include "support/test_support.h"
 
@@ -30,6 +31,7 @@ bool connectionLost()
 }
 
 // Runs `scenario` in a forked child; it returns "" on success or a description of what failed.
+// The child ends through exitChild, so a leak in it fails the test as well.
 #define EXPECT_IN_CHILD(...)                                                                      \
     EXPECT_EXIT(                                                                                  \
         {                                                                                         \
@@ -38,7 +40,7 @@ bool connectionLost()
             if (!failure.empty())                                                                 \
                 fprintf(stderr, "%s\n", failure.c_str());                                         \
             flushChildCoverage();                                                                 \
-            _exit(failure.empty() ? 0 : 1);                                                       \
+            process::exitChild(failure.empty() ? 0 : 1);                                          \
         },                                                                                        \
         ::testing::ExitedWithCode(0), "")
 

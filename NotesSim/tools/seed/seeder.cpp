@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "exit_child.h"
+
 namespace seed {
 namespace {
 
@@ -147,7 +149,7 @@ pid_t Seeder::startWorker(size_t worker, size_t workers, const std::vector<MailJ
             std::fprintf(stderr, "hyln-seed: %s\n", failure.what());
             code = 1;
         }
-        _exit(code);
+        process::exitChild(code);
     }
     close(ends[1]);
     totalsPipe = ends[0];
