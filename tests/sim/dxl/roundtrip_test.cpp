@@ -18,7 +18,6 @@ using namespace dxl_test;
 namespace fs = std::filesystem;
 
 constexpr int kDesignImportOption = 2;
-constexpr int kDocumentsImportOption = 3;
 constexpr int kCreate = 2;
 
 std::string sharedRealData()
