@@ -25,6 +25,12 @@ struct MemoryBlock : HandleObject {
     explicit MemoryBlock(size_t size) : HandleObject(HandleKind::Memory), bytes(size, 0) {}
     std::vector<char> bytes;
     int locks = 0;
+    // Where OSLockObject points: never null for a live block, even an empty one
+    // (a zero-length item value), since null is how a lock reports a bad handle.
+    char* address() { return bytes.empty() ? &emptyByte_ : bytes.data(); }
+
+private:
+    char emptyByte_ = 0;
 };
 
 // Registers an object and returns its new, never-reused non-zero handle.
