@@ -74,6 +74,7 @@ constexpr Message kMessages[] = {
     {sim::STS_SERVER_NOT_RESPONDING, "The simulated runtime reaches only the local server."},
     {sim::STS_PATH_OUTSIDE, "The path leaves the data directory."},
     {sim::STS_UNSUPPORTED, "The simulated runtime does not support this mode or option."},
+    {sim::STS_FAULT_LIST, "The simulated runtime's fault list is malformed."}, // named in findText when known
 };
 
 constexpr bool sortedByCode()
@@ -90,6 +91,10 @@ bool findText(STATUS code, std::string& text)
     if (code >= sim::STS_NOT_PROVIDED_BASE && code < sim::STS_NOT_PROVIDED_BASE + sim::kEntryCount) {
         text = std::string("The simulated runtime does not provide ") +
                sim::kEntryNames[code - sim::STS_NOT_PROVIDED_BASE] + ".";
+        return true;
+    }
+    if (code == sim::STS_FAULT_LIST && !sim::faultListProblem().empty()) {
+        text = "The simulated runtime will not start: " + sim::faultListProblem() + ".";
         return true;
     }
     auto it = std::lower_bound(std::begin(kMessages), std::end(kMessages), code,

@@ -42,6 +42,7 @@ enum : STATUS {
     STS_SERVER_NOT_RESPONDING = 0x3F07, // a server other than the local one
     STS_PATH_OUTSIDE = 0x3F08,       // a relative path that leaves the data directory
     STS_UNSUPPORTED = 0x3F09,        // a mode or option the simulation does not support
+    STS_FAULT_LIST = 0x3F0A,         // HYSIM_FAULTS has a malformed entry: the runtime will not start
 };
 
 constexpr size_t kEntryCount = 0
@@ -67,6 +68,8 @@ struct FaultDecision {
     STATUS status = 0;
 };
 FaultDecision checkFault(int entry);
+// What is wrong with the HYSIM_FAULTS the runtime started with; "" when nothing is.
+const std::string& faultListProblem();
 [[noreturn]] void raiseInjectedFault(const char* name);
 
 // Tracing.

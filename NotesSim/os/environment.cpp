@@ -132,6 +132,8 @@ std::string localServerName()
 STATUS impl::NotesInitExtended(int argc, char** argv)
 {
     sim::Runtime& state = sim::runtime();
+    if (!sim::faultListProblem().empty())
+        return sim::STS_FAULT_LIST;
     if (argc < 1 || argv == nullptr || argv[0] == nullptr)
         return sim::STS_BAD_ARGUMENT;
     std::string program = argv[0];

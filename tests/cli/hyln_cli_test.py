@@ -2,6 +2,7 @@
 parseable, interruption, and data paths that a shell would misread."""
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -173,6 +174,34 @@ class Interruption(unittest.TestCase):
         self.assertEqual(lines[-1]["type"], "summary")
         self.assertTrue(lines[-1]["interrupted"])
         self.assertEqual(lines[-1]["databases"], len(lines) - 1)
+
+
+class RuntimeFaults(unittest.TestCase):
+    """HYSIM_FAULTS as a host's own CI sets it for the simulated runtime."""
+
+    def test_a_malformed_entry_stops_start_up_and_is_named_once(self):
+        for entry in ("NSFDbOpen=banana", "NSFDbOpen", "NoSuchCall=0x0103", "NSFDbOpen=0x0103@0", "NSFDbOpen=0x0103@x",
+                      "*=delay:soon"):
+            with self.subTest(entry=entry):
+                env = dict(os.environ, HYSIM_FAULTS="NSFNoteOpen=0x0103;" + entry)
+                result = run("--data", SERVER_DIR, "discover", "mailboxes", env=env)
+                self.assertEqual(result.returncode, 1, result.stderr)
+                self.assertEqual(result.stdout, "")
+                named = "HYSIM_FAULTS entry [" + entry + "]"
+                runtime_lines = [line for line in result.stderr.splitlines() if line.startswith("hysim:")]
+                self.assertEqual(len(runtime_lines), 1, result.stderr)
+                self.assertIn(named, runtime_lines[0])
+                self.assertRegex(result.stderr, r"hyln: starting the Domino runtime failed .*: Domino code 16138: "
+                                 r".*" + re.escape(named))
+
+    def test_every_call_fault_counts_start_up_and_leaves_the_message_text(self):
+        env = dict(os.environ, HYSIM_FAULTS="*=0x0103")
+        result = run("--data", SERVER_DIR, "discover", "databases", env=env)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("Domino code 259: File does not exist", result.stderr)
+        env = dict(os.environ, HYSIM_FAULTS="*=0x0103@100000")
+        self.assertEqual(run("--data", SERVER_DIR, "discover", "databases", env=env).returncode, 0,
+                         "a fault that never comes changes nothing")
 
 
 class DemoPaths(unittest.TestCase):
