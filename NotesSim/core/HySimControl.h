@@ -14,7 +14,9 @@
 // a missing '=', a bad @N) sets no fault at all: the runtime writes one line naming
 // the entry to standard error, and NotesInitExtended fails with a status whose
 // OSLoadString text names it too.
-// HYSIM_TRACE=1 switches the call trace on from the start.
+// HYSIM_TRACE=1 switches the in-memory call trace on from the start; HYSIM_TRACE=FILE
+// appends each call's line to FILE as the call happens ("-": standard error), as
+// "PID Name(args) [details]", so other processes can read it (NotesSim/README.md).
 #ifndef HYSIM_CONTROL_H
 #define HYSIM_CONTROL_H
 

@@ -8,6 +8,9 @@
 #include <cstring>
 #include <string>
 #include <thread>
+
+#include <fcntl.h>
+#include <unistd.h>
 #include <vector>
 
 #include "HySimControl.h"
@@ -41,9 +44,11 @@ struct ControlState {
     Fault everyCall;             // "*": counts the calls of all entry points together
     std::string startupProblem;  // a malformed HYSIM_FAULTS: the runtime will not start
     unsigned long calls[kEntryCount] = {};
-    bool tracing = false;
+    bool tracing = false;          // kept in memory for HySimTraceLine
     std::vector<std::string> trace;
     std::string lineCopy;
+    int traceFd = -1;              // HYSIM_TRACE=FILE or -: written as the calls happen
+    std::string pendingLine;       // the streamed line of the latest call, until it is written
 
     ControlState()
     {
@@ -54,8 +59,28 @@ struct ControlState {
                 std::fprintf(stderr, "hysim: %s; the runtime will not start\n", startupProblem.c_str());
             }
         }
-        if (const char* on = std::getenv("HYSIM_TRACE"))
-            tracing = std::strcmp(on, "0") != 0 && *on != '\0';
+        if (const char* trace = std::getenv("HYSIM_TRACE"))
+            startTrace(trace);
+    }
+
+    // "1": in memory; "-": standard error; any other text but "0" and "": a file,
+    // appended to, so that several processes can share one.
+    void startTrace(const std::string& setting)
+    {
+        if (setting.empty() || setting == "0")
+            return;
+        if (setting == "1") {
+            tracing = true;
+            return;
+        }
+        if (setting == "-") {
+            traceFd = STDERR_FILENO;
+            return;
+        }
+        traceFd = open(setting.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        if (traceFd < 0)
+            std::fprintf(stderr, "hysim: HYSIM_TRACE: cannot write %s (%s); no trace is written\n", setting.c_str(),
+                         std::strerror(errno));
     }
 
     Fault& faultOf(int entry) { return entry < 0 ? everyCall : faults[entry]; }
@@ -215,9 +240,46 @@ void raiseInjectedFault(const char* name)
     throw HySimInjectedFault(std::string("injected exception in ") + name);
 }
 
+namespace {
+
+// One line per write, so that lines of several processes appending to one file
+// do not mix; each starts with the writer's process ID.
+void writeTraceLine(int fd, const std::string& line)
+{
+    std::string text = std::to_string(getpid()) + " " + line + "\n";
+    size_t done = 0;
+    while (done < text.size()) {
+        ssize_t wrote = write(fd, text.data() + done, text.size() - done);
+        if (wrote < 0 && errno == EINTR)
+            continue;
+        if (wrote <= 0)
+            return;
+        done += static_cast<size_t>(wrote);
+    }
+}
+
+void flushPendingLine(ControlState& state)
+{
+    if (state.traceFd < 0 || state.pendingLine.empty())
+        return;
+    writeTraceLine(state.traceFd, state.pendingLine);
+    state.pendingLine.clear();
+}
+
+bool addDetail(std::string& line, const char* entry, const std::string& text)
+{
+    size_t length = std::strlen(entry);
+    if (line.compare(0, length, entry) != 0 || line.size() <= length || line[length] != '(')
+        return false;
+    line += " [" + text + "]";
+    return true;
+}
+
+} // namespace
+
 bool tracing()
 {
-    return control().tracing;
+    return control().tracing || control().traceFd >= 0;
 }
 
 void countCall(int entry)
@@ -225,20 +287,40 @@ void countCall(int entry)
     ++control().calls[entry];
 }
 
+// A streamed line waits for the details its call adds, and is written when the call
+// returns or when a call it makes (a callback re-entering the API) begins.
 void beginTrace(const char* name, const std::string& args)
 {
-    control().trace.push_back(std::string(name) + "(" + args + ")");
+    ControlState& state = control();
+    std::string line = std::string(name) + "(" + args + ")";
+    if (state.tracing)
+        state.trace.push_back(line);
+    if (state.traceFd >= 0) {
+        flushPendingLine(state);
+        state.pendingLine = line;
+    }
+}
+
+void endCall()
+{
+    flushPendingLine(control());
+}
+
+void traceNote(const std::string& line)
+{
+    ControlState& state = control();
+    flushPendingLine(state);
+    if (state.traceFd >= 0)
+        writeTraceLine(state.traceFd, line);
 }
 
 void traceDetail(const char* entry, const std::string& text)
 {
     ControlState& state = control();
-    if (!state.tracing || state.trace.empty())
-        return;
-    std::string& line = state.trace.back();
-    size_t length = std::strlen(entry);
-    if (line.compare(0, length, entry) == 0 && line.size() > length && line[length] == '(')
-        line += " [" + text + "]";
+    if (state.tracing && !state.trace.empty())
+        addDetail(state.trace.back(), entry, text);
+    if (state.traceFd >= 0)
+        addDetail(state.pendingLine, entry, text);
 }
 
 } // namespace sim

@@ -76,6 +76,16 @@ const std::string& faultListProblem();
 bool tracing();
 void countCall(int entry);
 void beginTrace(const char* name, const std::string& args);
+// Every exported call ends here, however it returns (a streamed trace line is written).
+void endCall();
+struct CallEnd {
+    CallEnd() = default;
+    CallEnd(const CallEnd&) = delete;
+    CallEnd& operator=(const CallEnd&) = delete;
+    ~CallEnd() { endCall(); }
+};
+// Writes a line of the runtime's own to a streamed trace (HYSIM_TRACE=FILE or -).
+void traceNote(const std::string& line);
 // Adds a key text (a path, a name) to the trace line of the call in progress when that
 // call is `entry` itself, not an entry point another one runs internally.
 void traceDetail(const char* entry, const std::string& text);

@@ -204,6 +204,59 @@ class RuntimeFaults(unittest.TestCase):
                          "a fault that never comes changes nothing")
 
 
+class RuntimeTrace(unittest.TestCase):
+    """HYSIM_TRACE=FILE or - streams the simulated runtime's call trace."""
+
+    def trace_lines(self, path):
+        with open(path) as trace:
+            return [line.rstrip("\n").split(" ", 1) for line in trace]
+
+    def test_a_trace_file_gets_each_call_while_the_host_runs(self):
+        path = os.path.join(WORK_DIR, "trace-running.txt")
+        if os.path.exists(path):
+            os.remove(path)
+        env = dict(os.environ, HYSIM_TRACE=path, HYSIM_FAULTS="NSFDbOpen=delay:150")
+        process = subprocess.Popen([HYLN, "--data", SERVER_DIR, "discover", "mailboxes"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=env)
+        first_record = process.stdout.readline()
+        while_running = self.trace_lines(path)
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=120)
+        self.assertTrue(first_record)
+        self.assertEqual({pid for pid, _ in while_running}, {str(process.pid)})
+        calls = [call for _, call in while_running]
+        self.assertTrue(calls[0].startswith("NotesInitExtended("), calls[0])
+        self.assertIn("NSFDbOpen(*, *) [" + first_record.split("<12>")[0] + "]", calls,
+                      "the call behind the first record, with its path, before the host has ended")
+        self.assertIn("NotesTerm()", [call for _, call in self.trace_lines(path)])
+
+    def test_several_processes_share_one_trace_file(self):
+        path = os.path.join(WORK_DIR, "trace-demo.txt")
+        data = os.path.join(WORK_DIR, "trace-demo-server")
+        shutil.rmtree(data, ignore_errors=True)
+        if os.path.exists(path):
+            os.remove(path)
+        process = subprocess.run([HYLN, "--quiet", "--data", data, "demo"], capture_output=True, timeout=300,
+                                 env=dict(os.environ, HYSIM_TRACE=path))
+        self.assertEqual(process.returncode, 0, process.stderr)
+        lines = self.trace_lines(path)
+        writers = {pid for pid, _ in lines}
+        self.assertGreaterEqual(len(writers), 2, "hyln and the seeder it starts")
+        for pid, call in lines:
+            self.assertRegex(pid, r"^\d+$")
+            self.assertRegex(call, r"^\w+\(.*\)", "whole lines, never two mixed")
+        self.assertTrue(any(call.startswith("NSFDbCreate(") for _, call in lines))
+
+    def test_standard_error_or_memory(self):
+        to_stderr = run("--quiet", "--data", SERVER_DIR, "discover", "databases", env=dict(os.environ, HYSIM_TRACE="-"))
+        self.assertEqual(to_stderr.returncode, 0)
+        self.assertRegex(to_stderr.stderr, r"(?m)^\d+ NotesInitExtended\(")
+        self.assertNotIn("NotesInitExtended(", to_stderr.stdout)
+        in_memory = run("--quiet", "--data", SERVER_DIR, "discover", "databases", env=dict(os.environ, HYSIM_TRACE="1"))
+        self.assertEqual(in_memory.returncode, 0)
+        self.assertNotIn("NotesInitExtended(", in_memory.stderr + in_memory.stdout)
+
+
 class DemoPaths(unittest.TestCase):
     def test_a_data_path_that_a_shell_would_misread_is_just_a_path(self):
         scratch = os.path.join(WORK_DIR, "injection")
