@@ -56,6 +56,11 @@ const char* HySimTraceLine(size_t i);
 // How many times `name` was called since the last HySimTraceClear (counted even with tracing off).
 unsigned long HySimCallCount(const char* name);
 
+// Handles of every kind (memory, ID tables, databases, notes, ...) not freed or closed
+// yet. With HYSIM_TRACE=FILE or -, NotesTerm also writes this count (and how many of
+// each kind) as the last trace line, "PID NotesTerm: N live handles (kind n, ...)".
+size_t HySimLiveHandleCount(void);
+
 // Clock for OSCurrentTIMEDATE: seconds since 1970-01-01 GMT plus hundredths.
 void HySimSetClock(long long unixSeconds, int hundredths);
 void HySimUseRealClock(void);

@@ -6,6 +6,7 @@
 #define HYSIM_HANDLES_H
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "HYLNTool_NotesAPI.h"
@@ -45,6 +46,9 @@ std::shared_ptr<T> findAs(DHANDLE handle, HandleKind kind)
 // Removes the handle; false if it did not exist with that kind.
 bool releaseHandle(DHANDLE handle, HandleKind kind);
 size_t liveHandleCount(HandleKind kind);
+size_t liveHandleCount();
+// "N live handles (database n, memory n)": the kinds that have any, by name.
+std::string liveHandleSummary();
 
 // Allocates a memory block holding `size` bytes (zeroed) and returns its handle.
 DHANDLE allocateMemory(size_t size);

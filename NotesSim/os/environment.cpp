@@ -15,6 +15,7 @@
 #include <map>
 #include <sstream>
 
+#include "handles.h"
 #include "sim_core.h"
 
 namespace sim {
@@ -162,6 +163,8 @@ STATUS impl::NotesInitExtended(int argc, char** argv)
 void impl::NotesTerm()
 {
     sim::runtime().initialized = false;
+    // For a test in another process: what the host left open.
+    sim::traceNote("NotesTerm: " + sim::liveHandleSummary());
 }
 
 STATUS impl::NotesInitThread()

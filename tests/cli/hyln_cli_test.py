@@ -244,8 +244,28 @@ class RuntimeTrace(unittest.TestCase):
         self.assertGreaterEqual(len(writers), 2, "hyln and the seeder it starts")
         for pid, call in lines:
             self.assertRegex(pid, r"^\d+$")
-            self.assertRegex(call, r"^\w+\(.*\)", "whole lines, never two mixed")
+            self.assertRegex(call, r"^\w+\(.*\)|^NotesTerm: \d+ live handles", "whole lines, never two mixed")
         self.assertTrue(any(call.startswith("NSFDbCreate(") for _, call in lines))
+
+    def test_the_last_line_counts_the_handles_the_host_left_open(self):
+        for command, leaves_open in ((["discover", "databases"], False), (["discover", "mailboxes"], True)):
+            with self.subTest(command=command):
+                path = os.path.join(WORK_DIR, "trace-handles.txt")
+                if os.path.exists(path):
+                    os.remove(path)
+                result = run("--quiet", "--data", SERVER_DIR, *command, env=dict(os.environ, HYSIM_TRACE=path))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                calls = [call for _, call in self.trace_lines(path)]
+                self.assertEqual(calls[-2], "NotesTerm()")
+                last = re.fullmatch(r"NotesTerm: (\d+) live handles(?: \((.*)\))?", calls[-1])
+                self.assertIsNotNone(last, calls[-1])
+                # Discovery keeps the database of every mail file it reports open.
+                opened = sum(call.startswith("NSFDbOpen(") for call in calls)
+                closed = sum(call.startswith("NSFDbClose(") for call in calls)
+                self.assertEqual(int(last.group(1)), opened - closed)
+                self.assertEqual(opened > closed, leaves_open)
+                if leaves_open:
+                    self.assertEqual(last.group(2), "database %d" % (opened - closed))
 
     def test_standard_error_or_memory(self):
         to_stderr = run("--quiet", "--data", SERVER_DIR, "discover", "databases", env=dict(os.environ, HYSIM_TRACE="-"))
