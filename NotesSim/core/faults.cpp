@@ -8,10 +8,10 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <vector>
 
 #include "HySimControl.h"
 #include "sim_core.h"
@@ -44,11 +44,11 @@ struct ControlState {
     Fault everyCall;             // "*": counts the calls of all entry points together
     std::string startupProblem;  // a malformed HYSIM_FAULTS: the runtime will not start
     unsigned long calls[kEntryCount] = {};
-    bool tracing = false;          // kept in memory for HySimTraceLine
+    bool tracing = false;        // kept in memory for HySimTraceLine
     std::vector<std::string> trace;
     std::string lineCopy;
-    int traceFd = -1;              // HYSIM_TRACE=FILE or -: written as the calls happen
-    std::string pendingLine;       // the streamed line of the latest call, until it is written
+    int traceFd = -1;            // HYSIM_TRACE=FILE or -: written as the calls happen
+    std::string pendingLine;     // the streamed line of the latest call, until it is written
 
     ControlState()
     {
