@@ -1,5 +1,5 @@
-// The exported C entry points. Each one takes the API lock, applies any injected
-// fault, records the call, and runs the implementation in namespace impl.
+// The exported C entry points. Each one takes the API lock, records the call,
+// applies any injected fault, and runs the implementation in namespace impl.
 // Entry points nothing implements yet fall back to a weak default that returns
 // the "does not provide" status.
 #include <cstring>
@@ -51,6 +51,7 @@ R firedFault(const sim::FaultDecision& fault, const char* name)
     {                                                                              \
         static const int entry = sim::entryIndex(#name);                          \
         std::lock_guard<std::recursive_mutex> lock(sim::apiMutex());               \
+        sim::CallEnd end;                                                          \
         sim::countCall(entry);                                                     \
         if (sim::tracing())                                                        \
             sim::beginTrace(#name, sim::describeArgs args);                        \

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "HySimControl.h"
 #include "sim_core.h"
 
 namespace sim {
@@ -58,6 +59,25 @@ size_t liveHandleCount(HandleKind kind)
     return count;
 }
 
+size_t liveHandleCount()
+{
+    return registry().objects.size();
+}
+
+std::string liveHandleSummary()
+{
+    static const std::pair<HandleKind, const char*> kinds[] = {
+        {HandleKind::Memory, "memory"},          {HandleKind::IdTable, "ID table"},
+        {HandleKind::Database, "database"},      {HandleKind::Note, "note"},
+        {HandleKind::Collection, "collection"},  {HandleKind::DxlExporter, "DXL exporter"},
+        {HandleKind::DxlImporter, "DXL importer"}, {HandleKind::Compute, "compute"}};
+    std::string byKind;
+    for (const auto& kind : kinds)
+        if (size_t count = liveHandleCount(kind.first))
+            byKind += (byKind.empty() ? "" : ", ") + std::string(kind.second) + " " + std::to_string(count);
+    return std::to_string(liveHandleCount()) + " live handles" + (byKind.empty() ? "" : " (" + byKind + ")");
+}
+
 DHANDLE allocateMemory(size_t size)
 {
     return registerHandle(std::make_shared<MemoryBlock>(size));
@@ -72,3 +92,9 @@ DHANDLE allocateMemoryWith(const void* data, size_t size)
 }
 
 } // namespace sim
+
+HYSIM_EXPORT size_t HySimLiveHandleCount(void)
+{
+    std::lock_guard<std::recursive_mutex> lock(sim::apiMutex());
+    return sim::liveHandleCount();
+}

@@ -6,6 +6,7 @@
 #define HYSIM_HANDLES_H
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "HYLNTool_NotesAPI.h"
@@ -25,6 +26,12 @@ struct MemoryBlock : HandleObject {
     explicit MemoryBlock(size_t size) : HandleObject(HandleKind::Memory), bytes(size, 0) {}
     std::vector<char> bytes;
     int locks = 0;
+    // Where OSLockObject points: never null for a live block, even an empty one
+    // (a zero-length item value), since null is how a lock reports a bad handle.
+    char* address() { return bytes.empty() ? &emptyByte_ : bytes.data(); }
+
+private:
+    char emptyByte_ = 0;
 };
 
 // Registers an object and returns its new, never-reused non-zero handle.
@@ -39,6 +46,9 @@ std::shared_ptr<T> findAs(DHANDLE handle, HandleKind kind)
 // Removes the handle; false if it did not exist with that kind.
 bool releaseHandle(DHANDLE handle, HandleKind kind);
 size_t liveHandleCount(HandleKind kind);
+size_t liveHandleCount();
+// "N live handles (database n, memory n)": the kinds that have any, by name.
+std::string liveHandleSummary();
 
 // Allocates a memory block holding `size` bytes (zeroed) and returns its handle.
 DHANDLE allocateMemory(size_t size);

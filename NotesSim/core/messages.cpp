@@ -78,6 +78,7 @@ constexpr Message kMessages[] = {
     {sim::STS_FORMULA_RESULT_TOO_LARGE, "The formula result is larger than 65535 bytes."},
     {sim::STS_DXL_EXPORT_FAILED, "DXL exporter operation failed"},
     {sim::STS_DXL_IMPORT_FAILED, "DXL importer operation failed"},
+    {sim::STS_FAULT_LIST, "The simulated runtime's fault list is malformed."}, // named in findText when known
 };
 
 constexpr bool sortedByCode()
@@ -94,6 +95,10 @@ bool findText(STATUS code, std::string& text)
     if (code >= sim::STS_NOT_PROVIDED_BASE && code < sim::STS_NOT_PROVIDED_BASE + sim::kEntryCount) {
         text = std::string("The simulated runtime does not provide ") +
                sim::kEntryNames[code - sim::STS_NOT_PROVIDED_BASE] + ".";
+        return true;
+    }
+    if (code == sim::STS_FAULT_LIST && !sim::faultListProblem().empty()) {
+        text = "The simulated runtime will not start: " + sim::faultListProblem() + ".";
         return true;
     }
     auto it = std::lower_bound(std::begin(kMessages), std::end(kMessages), code,

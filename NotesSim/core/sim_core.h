@@ -48,6 +48,7 @@ enum : STATUS {
     // log says what (the published codes of these failures are not known).
     STS_DXL_EXPORT_FAILED = 0x3F0C,
     STS_DXL_IMPORT_FAILED = 0x3F0D,
+    STS_FAULT_LIST = 0x3F0E,         // HYSIM_FAULTS has a malformed entry: the runtime will not start
 };
 
 constexpr size_t kEntryCount = 0
@@ -73,12 +74,24 @@ struct FaultDecision {
     STATUS status = 0;
 };
 FaultDecision checkFault(int entry);
+// What is wrong with the HYSIM_FAULTS the runtime started with; "" when nothing is.
+const std::string& faultListProblem();
 [[noreturn]] void raiseInjectedFault(const char* name);
 
 // Tracing.
 bool tracing();
 void countCall(int entry);
 void beginTrace(const char* name, const std::string& args);
+// Every exported call ends here, however it returns (a streamed trace line is written).
+void endCall();
+struct CallEnd {
+    CallEnd() = default;
+    CallEnd(const CallEnd&) = delete;
+    CallEnd& operator=(const CallEnd&) = delete;
+    ~CallEnd() { endCall(); }
+};
+// Writes a line of the runtime's own to a streamed trace (HYSIM_TRACE=FILE or -).
+void traceNote(const std::string& line);
 // Adds a key text (a path, a name) to the trace line of the call in progress when that
 // call is `entry` itself, not an entry point another one runs internally.
 void traceDetail(const char* entry, const std::string& text);

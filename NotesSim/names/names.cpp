@@ -6,8 +6,9 @@
 //   buffer: totalLength, recordCount, then the records
 //   record: recordLength, matchCount, then the matches
 //   match:  matchLength, itemCount, itemCount x {offset from the match start
-//           (0 = the document lacks the item), size}, then the values, each a
-//           2-byte type word followed by the data as the item holds it.
+//           (0 = the document lacks the item or holds it with a zero-length
+//           value), size}, then the values, each a 2-byte type word followed by
+//           the data as the item holds it.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -135,7 +136,10 @@ bool sameName(const std::string& a, const std::string& b)
 
 // ---- item values -----------------------------------------------------------
 
-using ItemValue = std::vector<char>; // type word + data; empty = absent
+// Type word + data. Empty when the note lacks the item, and when the item's value
+// has zero length: without a type word there is nothing NAMELocateItem2 could point
+// at, so the match reports no value for it.
+using ItemValue = std::vector<char>;
 
 // The texts of a TEXT value (one) or a TEXT_LIST value (each entry); none otherwise.
 std::vector<std::string> textsOf(const char* value, size_t size)
@@ -165,7 +169,8 @@ std::vector<std::string> textsOf(const char* value, size_t size)
 
 std::vector<std::string> textsOf(const ItemValue& value) { return textsOf(value.data(), value.size()); }
 
-// The value of item `name` (type word first), empty when the note lacks it.
+// The value of item `name` (type word first), empty when the note lacks it or its
+// value has zero length.
 STATUS readItem(NOTEHANDLE note, const std::string& name, ItemValue& value)
 {
     value.clear();

@@ -129,10 +129,10 @@ STATUS impl::NSFDbCreate(const char* PathName, USHORT DbClass, BOOL ForceCreatio
 
 namespace {
 
-// Handles on the same database file share one connection: hosts keep thousands of
-// handles open (discovery never closes the mail files it reports), and a connection
-// per handle would run out of file descriptors. Keyed by inode too, so a file
-// re-created under the same name gets a connection of its own.
+// Handles on the same database file share one storage: hosts keep thousands of
+// handles open (discovery never closes the mail files it reports). The storage
+// bounds the SQLite connections, and so the file descriptors, behind them. Keyed by
+// inode too, so a file re-created under the same name gets a storage of its own.
 STATUS sharedStorage(const std::string& path, std::shared_ptr<sim::Storage>& out)
 {
     static std::map<std::string, std::weak_ptr<sim::Storage>> open;

@@ -1,6 +1,7 @@
-// NSFSearch over a directory: the file system is walked, every file whose
-// extension fits the FILE_xxx type is reported once, sorted by path, and each
-// database is opened briefly for its identity, replica ID and information buffer.
+// NSFSearch over a directory: the file system is walked (each directory once, however
+// many symbolic links lead to it), every file whose extension fits the FILE_xxx type
+// is reported, sorted by path, and each database is opened briefly for its identity,
+// replica ID and information buffer.
 #include "dirsearch.h"
 
 #include <sys/stat.h>
@@ -9,6 +10,8 @@
 #include <cctype>
 #include <cstring>
 #include <filesystem>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "paths.h"
@@ -60,20 +63,86 @@ bool reportsDirectories(WORD mask)
     return (mask & FILE_DIRS) || type == FILE_ANY || type == FILE_DIRSONLY;
 }
 
-// The matching entries below `directory`. ".." is never reported (as with
-// FILE_NOUPDIRS); unreadable subdirectories are passed over.
-void collectEntries(const fs::path& directory, const fs::path& root, WORD mask, std::vector<Entry>& out)
+// A directory by device and inode: the same directory reached again through a
+// symbolic link has the same identity.
+using DirectoryId = std::pair<dev_t, ino_t>;
+
+bool identify(const fs::path& directory, DirectoryId& id)
 {
+    struct stat status;
+    if (stat(directory.c_str(), &status) != 0)
+        return false;
+    id = {status.st_dev, status.st_ino};
+    return true;
+}
+
+// A recursive walk enters every directory once. Links to directories wait until the
+// real tree is walked, so a link into the tree never walks a part of it before its
+// real path does, and a link back to a parent (or two links to each other) cannot
+// loop; a link to a directory the walk has not seen yet is followed once.
+struct Walk {
+    fs::path root;
+    WORD mask = 0;
+    std::vector<Entry>* out = nullptr;
+    std::set<DirectoryId> walked;
+    std::vector<fs::path> linkedDirectories;
+};
+
+void report(Walk& walk, const fs::path& path, bool isDirectory)
+{
+    bool selected = isDirectory ? reportsDirectories(walk.mask)
+                                : fileTypeSelects(walk.mask & FILE_TYPEMASK, path.extension().string());
+    if (selected)
+        walk.out->push_back({path.string(), path.lexically_relative(walk.root).generic_string(), isDirectory});
+}
+
+// Enters `directory` unless the walk has been there; false when it has.
+bool enter(Walk& walk, const fs::path& directory)
+{
+    DirectoryId id;
+    return identify(directory, id) && walk.walked.insert(id).second;
+}
+
+// The entries of `directory`. ".." is never reported (as with FILE_NOUPDIRS);
+// unreadable subdirectories are passed over.
+void collectEntries(Walk& walk, const fs::path& directory)
+{
+    bool recurse = (walk.mask & FILE_RECURSE) != 0;
     std::error_code error;
     for (fs::directory_iterator it(directory, error), end; !error && it != end; it.increment(error)) {
         const fs::path& path = it->path();
-        bool isDirectory = it->is_directory(error);
-        bool selected = isDirectory ? reportsDirectories(mask)
-                                    : fileTypeSelects(mask & FILE_TYPEMASK, path.extension().string());
-        if (selected)
-            out.push_back({path.string(), path.lexically_relative(root).generic_string(), isDirectory});
-        if (isDirectory && (mask & FILE_RECURSE))
-            collectEntries(path, root, mask, out);
+        std::error_code typeError;
+        bool isDirectory = it->is_directory(typeError);
+        if (isDirectory && recurse && it->is_symlink(typeError)) {
+            walk.linkedDirectories.push_back(path);
+            continue;
+        }
+        if (isDirectory && recurse && !enter(walk, path))
+            continue;
+        report(walk, path, isDirectory);
+        if (isDirectory && recurse)
+            collectEntries(walk, path);
+    }
+}
+
+void collectTree(const fs::path& directory, WORD mask, std::vector<Entry>& out)
+{
+    Walk walk;
+    walk.root = directory;
+    walk.mask = mask;
+    walk.out = &out;
+    enter(walk, directory);
+    collectEntries(walk, directory);
+    while (!walk.linkedDirectories.empty()) {
+        std::vector<fs::path> links;
+        links.swap(walk.linkedDirectories);
+        std::sort(links.begin(), links.end());
+        for (const fs::path& link : links) {
+            if (!enter(walk, link))
+                continue;
+            report(walk, link, true);
+            collectEntries(walk, link);
+        }
     }
 }
 
@@ -166,7 +235,7 @@ STATUS searchDirectory(const std::string& directory, WORD searchFlags, WORD file
     if (!fs::is_directory(directory, error))
         return ERR_NOT_DIRECTORY;
     std::vector<Entry> entries;
-    collectEntries(directory, directory, fileTypeMask, entries);
+    collectTree(directory, fileTypeMask, entries);
     std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.relative < b.relative; });
     for (const auto& entry : entries) {
         STATUS status = reportEntry(entry, searchFlags, routine, parameter);

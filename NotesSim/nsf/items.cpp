@@ -260,8 +260,10 @@ STATUS impl::NSFItemInfo(NOTEHANDLE hNote, const char* ItemName, WORD NameLength
     if (item == nullptr)
         return ERR_ITEM_NOT_FOUND;
     const std::vector<char>& value = *sim::itemValue(*item);
+    // A zero-length value has no type word at all; it stays of unknown type.
     WORD type = TYPE_INVALID_OR_UNKNOWN;
-    std::memcpy(&type, value.data(), std::min(value.size(), sizeof type));
+    if (value.size() >= sizeof type)
+        std::memcpy(&type, value.data(), sizeof type);
     if (retDataType != nullptr)
         *retDataType = type;
     if (retValueBlockID != nullptr)

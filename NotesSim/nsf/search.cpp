@@ -24,8 +24,10 @@ std::vector<char> summaryOf(Storage& storage, NOTEID id)
     SummaryBuilder builder;
     for (const ItemRecord& item : items) {
         WORD type = 0;
-        if (item.value.size() < sizeof type)
+        if (item.value.size() < sizeof type) {
+            builder.addEmpty(item.name);
             continue;
+        }
         std::memcpy(&type, item.value.data(), sizeof type);
         builder.addRaw(item.name, type, item.value.data() + sizeof type, item.value.size() - sizeof type);
     }

@@ -80,6 +80,11 @@ void SummaryBuilder::addRaw(const std::string& name, WORD type, const void* data
     entries_.push_back(std::move(entry));
 }
 
+void SummaryBuilder::addEmpty(const std::string& name)
+{
+    entries_.push_back(Entry{name, {}});
+}
+
 std::vector<char> SummaryBuilder::build() const
 {
     std::vector<const Entry*> kept;

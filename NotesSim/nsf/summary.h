@@ -19,6 +19,8 @@ public:
     void addTime(const std::string& name, const TIMEDATE& value);
     // `data` is the value without its type word.
     void addRaw(const std::string& name, WORD type, const void* data, size_t size);
+    // An item stored with a zero-length value: ValueLength 0, not even a type word.
+    void addEmpty(const std::string& name);
     // The finished buffer; ITEM_TABLE.Length holds its total size. Items that would
     // take the buffer past 64 KB are left out.
     std::vector<char> build() const;
@@ -26,7 +28,7 @@ public:
 private:
     struct Entry {
         std::string name;
-        std::vector<char> value; // type word + data
+        std::vector<char> value; // type word + data, or nothing at all
     };
     std::vector<Entry> entries_;
 };

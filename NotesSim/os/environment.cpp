@@ -1,14 +1,21 @@
 // NotesInitExtended reads the program directory from argv[0] and the notes.ini
 // named by an argument that starts with "="; the ini's Directory= is the data directory.
+// The ini must be a regular file.
 #include "environment.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
+#include <sstream>
 
+#include "handles.h"
 #include "sim_core.h"
 
 namespace sim {
@@ -45,11 +52,36 @@ Runtime& runtime()
     return state;
 }
 
+// The whole of `path` when it is a regular file. Opened without blocking and checked
+// on the open descriptor: a FIFO would wait for a writer, a device may never end.
+bool readRegularFile(const std::string& path, std::string& content)
+{
+    int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    struct stat status;
+    bool ok = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    char buffer[8192];
+    while (ok) {
+        ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0) {
+            ok = got == 0;
+            break;
+        }
+        content.append(buffer, static_cast<size_t>(got));
+    }
+    close(fd);
+    return ok;
+}
+
 bool loadIni(const std::string& path, std::map<std::string, std::string>& settings)
 {
-    std::ifstream in(path);
-    if (!in)
+    std::string content;
+    if (!readRegularFile(path, content))
         return false;
+    std::istringstream in(content);
     std::string line;
     while (std::getline(in, line)) {
         line = trimmed(line);
@@ -101,6 +133,8 @@ std::string localServerName()
 STATUS impl::NotesInitExtended(int argc, char** argv)
 {
     sim::Runtime& state = sim::runtime();
+    if (!sim::faultListProblem().empty())
+        return sim::STS_FAULT_LIST;
     if (argc < 1 || argv == nullptr || argv[0] == nullptr)
         return sim::STS_BAD_ARGUMENT;
     std::string program = argv[0];
@@ -129,6 +163,8 @@ STATUS impl::NotesInitExtended(int argc, char** argv)
 void impl::NotesTerm()
 {
     sim::runtime().initialized = false;
+    // For a test in another process: what the host left open.
+    sim::traceNote("NotesTerm: " + sim::liveHandleSummary());
 }
 
 STATUS impl::NotesInitThread()

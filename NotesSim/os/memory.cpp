@@ -47,7 +47,7 @@ void* impl::OSLockObject(DHANDLE Handle)
     if (!block)
         return nullptr;
     ++block->locks;
-    return block->bytes.data();
+    return block->address();
 }
 
 BOOL impl::OSUnlockObject(DHANDLE Handle)

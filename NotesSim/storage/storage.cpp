@@ -3,9 +3,11 @@
 
 #include <sqlite3.h>
 #include <sys/random.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -557,41 +559,135 @@ STATUS Storage::create(const std::string& path, WORD dbClass, bool overwrite)
     return status;
 }
 
-STATUS Storage::open(const std::string& path, std::shared_ptr<Storage>& out)
-{
-    if (!fileExists(path))
-        return ERR_NOEXIST;
-    sqlite3* db = nullptr;
-    int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
-    if (rc != SQLITE_OK) {
-        sqlite3_close(db);
-        return statusOfSqlite(rc);
+// Storage objects live as long as any handle on their file, and hosts keep thousands
+// of handles open. Their SQLite connections (three descriptors each with the WAL
+// journal: file, -wal, -shm) are kept fewer: when the bound is reached, the least
+// recently used connection not in a call is closed, and reopened on its next use.
+struct Storage::Pool {
+    std::list<Storage*> open; // most recently used first
+
+    // Never destroyed: storages held by handles still open at exit close after it.
+    static Pool& instance()
+    {
+        static Pool* pool = new Pool;
+        return *pool;
     }
-    STATUS status = guarded([&] {
-        configureConnection(db);
-        Statement id(db, "PRAGMA application_id");
-        if (!id.step() || id.integer(0) != kApplicationId)
-            throw Failure{ERR_NOT_NSF};
-        Statement probe(db, "SELECT count(*) FROM dbinfo");
-        if (!probe.step() || probe.integer(0) != 1)
-            throw Failure{STS_STORAGE};
-    });
+    void add(Storage& storage)
+    {
+        open.push_front(&storage);
+        storage.lruPosition_ = open.begin();
+    }
+    void touch(Storage& storage) { open.splice(open.begin(), open, storage.lruPosition_); }
+    void remove(Storage& storage) { open.erase(storage.lruPosition_); }
+    // Closes idle connections, least recently used first, until fewer than `bound` are open.
+    void makeRoom(size_t bound)
+    {
+        auto it = open.end();
+        while (open.size() >= bound && it != open.begin()) {
+            Storage* storage = *--it;
+            if (storage->busy_ > 0)
+                continue;
+            it = open.erase(it);
+            sqlite3_close(storage->db_);
+            storage->db_ = nullptr;
+        }
+    }
+};
+
+namespace {
+
+// A quarter of the process's descriptors at most (the host needs the rest), at least a few.
+size_t connectionBound()
+{
+    struct rlimit limit;
+    unsigned long long descriptors = 1024;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+        descriptors = limit.rlim_cur;
+    else if (getrlimit(RLIMIT_NOFILE, &limit) == 0)
+        descriptors = 1u << 20;
+    return static_cast<size_t>(std::clamp<unsigned long long>(descriptors / 4 / 3, 4, 512));
+}
+
+} // namespace
+
+size_t Storage::openConnectionCount()
+{
+    return Pool::instance().open.size();
+}
+
+STATUS Storage::connect()
+{
+    Pool& pool = Pool::instance();
+    if (db_ != nullptr) {
+        pool.touch(*this);
+        return NOERROR;
+    }
+    struct stat info;
+    if (stat(path_.c_str(), &info) != 0)
+        return errno == ENOENT ? ERR_NOEXIST : STS_STORAGE;
+    // A file put in its place since the first open is another database.
+    if (identified_ && (info.st_dev != device_ || info.st_ino != inode_))
+        return STS_STORAGE;
+    pool.makeRoom(connectionBound());
+    sqlite3* db = nullptr;
+    int rc = sqlite3_open_v2(path_.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+    STATUS status = rc == SQLITE_OK ? NOERROR : statusOfSqlite(rc);
+    if (status == NOERROR)
+        status = guarded([&] {
+            configureConnection(db);
+            Statement id(db, "PRAGMA application_id");
+            if (!id.step() || id.integer(0) != kApplicationId)
+                throw Failure{ERR_NOT_NSF};
+        });
     if (status != NOERROR) {
         sqlite3_close(db);
         return status;
     }
-    out.reset(new Storage(db, path));
+    db_ = db;
+    device_ = info.st_dev;
+    inode_ = info.st_ino;
+    identified_ = true;
+    pool.add(*this);
     return NOERROR;
+}
+
+template <class F>
+STATUS Storage::withConnection(F body)
+{
+    ++busy_; // the connection stays open while the call runs
+    STATUS status = connect();
+    if (status == NOERROR)
+        status = guarded(body);
+    --busy_;
+    return status;
+}
+
+STATUS Storage::open(const std::string& path, std::shared_ptr<Storage>& out)
+{
+    if (!fileExists(path))
+        return ERR_NOEXIST;
+    std::shared_ptr<Storage> storage(new Storage(path));
+    STATUS status = storage->withConnection([&] {
+        Statement probe(storage->db_, "SELECT count(*) FROM dbinfo");
+        if (!probe.step() || probe.integer(0) != 1)
+            throw Failure{STS_STORAGE};
+    });
+    if (status == NOERROR)
+        out = storage;
+    return status;
 }
 
 Storage::~Storage()
 {
-    sqlite3_close(db_);
+    if (db_ != nullptr) {
+        Pool::instance().remove(*this);
+        sqlite3_close(db_);
+    }
 }
 
 STATUS Storage::readProperties(DatabaseProperties& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Statement query(db_,
                         "SELECT info, replica_id, replica_flags, cutoff_interval, cutoff, dbid, data_modified,"
                         " nondata_modified, options, db_class, quota_warning, quota_limit FROM dbinfo WHERE id = 1");
@@ -615,34 +711,34 @@ STATUS Storage::readProperties(DatabaseProperties& out)
 namespace {
 // Runs one update of the database row that also stamps the non-data modified time.
 template <class Bind>
-STATUS updateDbinfo(sqlite3* db, const char* assignments, Bind bind)
+void updateDbinfo(sqlite3* db, const char* assignments, Bind bind)
 {
-    return guarded([&] {
-        Transaction tx(db);
-        Statement update(db, (std::string("UPDATE dbinfo SET nondata_modified = ?, ") + assignments + " WHERE id = 1").c_str());
-        update.bind(1, packTime(nowTimedate()));
-        bind(update);
-        update.run();
-        tx.commit();
-    });
+    Transaction tx(db);
+    Statement update(db, (std::string("UPDATE dbinfo SET nondata_modified = ?, ") + assignments + " WHERE id = 1").c_str());
+    update.bind(1, packTime(nowTimedate()));
+    bind(update);
+    update.run();
+    tx.commit();
 }
 } // namespace
 
 STATUS Storage::writeInfo(const std::string& info)
 {
-    return updateDbinfo(db_, "info = ?", [&](Statement& s) { s.bindBlob(2, info); });
+    return withConnection([&] { updateDbinfo(db_, "info = ?", [&](Statement& s) { s.bindBlob(2, info); }); });
 }
 
 STATUS Storage::writeReplicaInfo(const DBREPLICAINFO& replica)
 {
-    return updateDbinfo(db_, "replica_id = ?, replica_flags = ?, cutoff_interval = ?, cutoff = ?", [&](Statement& s) {
-        s.bind(2, packTime(replica.ID)).bind(3, replica.Flags).bind(4, replica.CutoffInterval).bind(5, packTime(replica.Cutoff));
+    return withConnection([&] {
+        updateDbinfo(db_, "replica_id = ?, replica_flags = ?, cutoff_interval = ?, cutoff = ?", [&](Statement& s) {
+            s.bind(2, packTime(replica.ID)).bind(3, replica.Flags).bind(4, replica.CutoffInterval).bind(5, packTime(replica.Cutoff));
+        });
     });
 }
 
 STATUS Storage::readAcl(std::vector<char>& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Statement query(db_, "SELECT acl FROM dbinfo WHERE id = 1");
         if (!query.step())
             throw Failure{STS_STORAGE};
@@ -652,7 +748,7 @@ STATUS Storage::readAcl(std::vector<char>& out)
 
 STATUS Storage::spaceUsage(unsigned long long& allocatedBytes, unsigned long long& freeBytes)
 {
-    return guarded([&] {
+    return withConnection([&] {
         auto pragma = [this](const char* sql) {
             Statement query(db_, sql);
             return query.step() ? static_cast<unsigned long long>(query.integer(0)) : 0ull;
@@ -665,7 +761,7 @@ STATUS Storage::spaceUsage(unsigned long long& allocatedBytes, unsigned long lon
 
 STATUS Storage::findNote(NOTEID id, NoteRecord& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         if ((id & NOTE_ID_SPECIAL) == NOTE_ID_SPECIAL) {
             long long defaultClass = (id & NOTE_CLASS_ALL) | NOTE_CLASS_DEFAULT;
             if (!selectNote(db_, "WHERE class = ? AND deleted = 0", defaultClass, out))
@@ -679,7 +775,7 @@ STATUS Storage::findNote(NOTEID id, NoteRecord& out)
 
 STATUS Storage::findNoteByUnid(const UNID& unid, NoteRecord& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         if (!selectNoteByUnid(db_, unid, out))
             throw Failure{ERR_NOT_FOUND};
     });
@@ -687,7 +783,7 @@ STATUS Storage::findNoteByUnid(const UNID& unid, NoteRecord& out)
 
 STATUS Storage::readItems(NOTEID id, bool summaryOnly, std::vector<ItemRecord>& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         std::string sql = "SELECT name, flags, value FROM items WHERE note_id = ?";
         if (summaryOnly)
             sql += " AND (flags & " + std::to_string(ITEM_SUMMARY) + ") != 0";
@@ -701,7 +797,7 @@ STATUS Storage::readItems(NOTEID id, bool summaryOnly, std::vector<ItemRecord>& 
 
 STATUS Storage::responsesOf(const UNID& parent, std::vector<NOTEID>& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         // A $REF value is its type word, a LIST header, then the parent's UNID.
         Statement query(db_,
                         "SELECT DISTINCT items.note_id FROM items JOIN notes ON notes.note_id = items.note_id"
@@ -744,8 +840,8 @@ void writeNote(sqlite3* db, const NoteRecord& note, NoteRecord& saved, const std
 
 STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items, const NoteSave& how)
 {
-    NoteRecord saved;
-    STATUS status = guarded([&] {
+    NoteRecord saved = note;
+    STATUS status = withConnection([&] {
         Transaction tx(db_);
         writeNote(db_, note, saved, items, how);
         tx.commit();
@@ -757,7 +853,7 @@ STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items,
 
 STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction tx(db_);
         NoteRecord stored;
         if (!selectNote(db_, "WHERE note_id = ?", id, stored))
@@ -788,7 +884,7 @@ STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
 STATUS Storage::saveNotes(std::vector<NoteBatchEntry>& notes)
 {
     std::vector<NoteRecord> saved(notes.size());
-    STATUS status = guarded([&] {
+    STATUS status = withConnection([&] {
         Transaction tx(db_);
         for (size_t n = 0; n < notes.size(); ++n) {
             NoteBatchEntry& entry = notes[n];
@@ -821,7 +917,7 @@ STATUS Storage::saveNotes(std::vector<NoteBatchEntry>& notes)
 STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
                           TIMEDATE& until)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction snapshot(db_, "BEGIN");
         TIMEDATE now = nowTimedate();
         TIMEDATE last = lastDataModified(db_);
@@ -844,7 +940,7 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
 
 STATUS Storage::allocObject(DWORD size, WORD objectClass, WORD privileges, WORD type, DWORD& rrv)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction tx(db_);
         DWORD id = allocateRrv(db_);
         Statement insert(db_, "INSERT INTO objects(rrv, class, privileges, type, bytes) VALUES(?, ?, ?, ?, zeroblob(?))");
@@ -856,7 +952,7 @@ STATUS Storage::allocObject(DWORD size, WORD objectClass, WORD privileges, WORD 
 
 STATUS Storage::storeObject(const std::vector<char>& bytes, WORD objectClass, WORD type, DWORD& rrv)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction tx(db_);
         DWORD id = allocateRrv(db_);
         Statement insert(db_, "INSERT INTO objects(rrv, class, privileges, type, bytes) VALUES(?, ?, 0, ?, ?)");
@@ -868,7 +964,7 @@ STATUS Storage::storeObject(const std::vector<char>& bytes, WORD objectClass, WO
 
 STATUS Storage::writeObject(DWORD rrv, DWORD offset, const char* data, DWORD length)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction tx(db_);
         Blob blob;
         openObjectBlob(db_, rrv, true, blob);
@@ -885,7 +981,7 @@ STATUS Storage::writeObject(DWORD rrv, DWORD offset, const char* data, DWORD len
 
 STATUS Storage::readObject(DWORD rrv, DWORD offset, DWORD length, std::vector<char>& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Blob blob;
         openObjectBlob(db_, rrv, false, blob);
         unsigned long long size = static_cast<unsigned long long>(sqlite3_blob_bytes(blob.handle));
@@ -902,7 +998,7 @@ STATUS Storage::readObject(DWORD rrv, DWORD offset, DWORD length, std::vector<ch
 
 STATUS Storage::objectInfo(DWORD rrv, ObjectInfo& out)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Statement query(db_, "SELECT length(bytes), class, privileges FROM objects WHERE rrv = ?");
         query.bind(1, rrv);
         if (!query.step())
@@ -915,7 +1011,7 @@ STATUS Storage::objectInfo(DWORD rrv, ObjectInfo& out)
 
 STATUS Storage::freeObject(DWORD rrv)
 {
-    return guarded([&] {
+    return withConnection([&] {
         Transaction tx(db_);
         Statement remove(db_, "DELETE FROM objects WHERE rrv = ?");
         remove.bind(1, rrv).run();

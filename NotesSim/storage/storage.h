@@ -5,6 +5,7 @@
 #ifndef HYSIM_STORAGE_H
 #define HYSIM_STORAGE_H
 
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -107,7 +108,8 @@ enum : WORD {
 };
 std::vector<char> defaultAclImage(const std::string& serverName);
 
-// One open connection to one database file. Every writing call is one transaction.
+// One database file, reached through an SQLite connection that is opened on demand
+// and may be closed between calls. Every writing call is one transaction.
 class Storage {
 public:
     // Writes a new, empty database at `path` (which must not exist unless `overwrite`).
@@ -155,10 +157,25 @@ public:
     STATUS objectInfo(DWORD rrv, ObjectInfo& out);
     STATUS freeObject(DWORD rrv);
 
+    // SQLite connections open now, over all databases (bounded; see Pool).
+    static size_t openConnectionCount();
+
 private:
-    Storage(sqlite3* db, std::string path) : db_(db), path_(std::move(path)) {}
-    sqlite3* db_;
+    struct Pool;
+    explicit Storage(std::string path) : path_(std::move(path)) {}
+    // Opens the connection when it is closed (first use, or closed for another one).
+    STATUS connect();
+    // Runs `body` on an open connection that is not closed while it runs.
+    template <class F>
+    STATUS withConnection(F body);
+
+    sqlite3* db_ = nullptr;
     std::string path_;
+    bool identified_ = false; // device_ and inode_ are those of the file first opened
+    unsigned long long device_ = 0;
+    unsigned long long inode_ = 0;
+    int busy_ = 0;
+    std::list<Storage*>::iterator lruPosition_; // in the pool while db_ is open
 };
 
 // A database or directory handle.

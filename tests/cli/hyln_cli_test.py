@@ -2,6 +2,7 @@
 parseable, interruption, and data paths that a shell would misread."""
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -263,6 +264,107 @@ class Interruption(unittest.TestCase):
         self.assertEqual(lines[-1]["type"], "summary")
         self.assertTrue(lines[-1]["interrupted"])
         self.assertEqual(lines[-1]["databases"], len(lines) - 1)
+
+
+class RuntimeFaults(unittest.TestCase):
+    """HYSIM_FAULTS as a host's own CI sets it for the simulated runtime."""
+
+    def test_a_malformed_entry_stops_start_up_and_is_named_once(self):
+        for entry in ("NSFDbOpen=banana", "NSFDbOpen", "NoSuchCall=0x0103", "NSFDbOpen=0x0103@0", "NSFDbOpen=0x0103@x",
+                      "*=delay:soon"):
+            with self.subTest(entry=entry):
+                env = dict(os.environ, HYSIM_FAULTS="NSFNoteOpen=0x0103;" + entry)
+                result = run("--data", SERVER_DIR, "discover", "mailboxes", env=env)
+                self.assertEqual(result.returncode, 1, result.stderr)
+                self.assertEqual(result.stdout, "")
+                named = "HYSIM_FAULTS entry [" + entry + "]"
+                runtime_lines = [line for line in result.stderr.splitlines() if line.startswith("hysim:")]
+                self.assertEqual(len(runtime_lines), 1, result.stderr)
+                self.assertIn(named, runtime_lines[0])
+                self.assertRegex(result.stderr, r"hyln: starting the Domino runtime failed .*: Domino code 16142: "
+                                 r".*" + re.escape(named))
+
+    def test_every_call_fault_counts_start_up_and_leaves_the_message_text(self):
+        env = dict(os.environ, HYSIM_FAULTS="*=0x0103")
+        result = run("--data", SERVER_DIR, "discover", "databases", env=env)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("Domino code 259: File does not exist", result.stderr)
+        env = dict(os.environ, HYSIM_FAULTS="*=0x0103@100000")
+        self.assertEqual(run("--data", SERVER_DIR, "discover", "databases", env=env).returncode, 0,
+                         "a fault that never comes changes nothing")
+
+
+class RuntimeTrace(unittest.TestCase):
+    """HYSIM_TRACE=FILE or - streams the simulated runtime's call trace."""
+
+    def trace_lines(self, path):
+        with open(path) as trace:
+            return [line.rstrip("\n").split(" ", 1) for line in trace]
+
+    def test_a_trace_file_gets_each_call_while_the_host_runs(self):
+        path = os.path.join(WORK_DIR, "trace-running.txt")
+        if os.path.exists(path):
+            os.remove(path)
+        env = dict(os.environ, HYSIM_TRACE=path, HYSIM_FAULTS="NSFDbOpen=delay:150")
+        process = subprocess.Popen([HYLN, "--data", SERVER_DIR, "discover", "mailboxes"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=env)
+        first_record = process.stdout.readline()
+        while_running = self.trace_lines(path)
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=120)
+        self.assertTrue(first_record)
+        self.assertEqual({pid for pid, _ in while_running}, {str(process.pid)})
+        calls = [call for _, call in while_running]
+        self.assertTrue(calls[0].startswith("NotesInitExtended("), calls[0])
+        self.assertIn("NSFDbOpen(*, *) [" + first_record.split("<12>")[0] + "]", calls,
+                      "the call behind the first record, with its path, before the host has ended")
+        self.assertIn("NotesTerm()", [call for _, call in self.trace_lines(path)])
+
+    def test_several_processes_share_one_trace_file(self):
+        path = os.path.join(WORK_DIR, "trace-demo.txt")
+        data = os.path.join(WORK_DIR, "trace-demo-server")
+        shutil.rmtree(data, ignore_errors=True)
+        if os.path.exists(path):
+            os.remove(path)
+        process = subprocess.run([HYLN, "--quiet", "--data", data, "demo"], capture_output=True, timeout=300,
+                                 env=dict(os.environ, HYSIM_TRACE=path))
+        self.assertEqual(process.returncode, 0, process.stderr)
+        lines = self.trace_lines(path)
+        writers = {pid for pid, _ in lines}
+        self.assertGreaterEqual(len(writers), 2, "hyln and the seeder it starts")
+        for pid, call in lines:
+            self.assertRegex(pid, r"^\d+$")
+            self.assertRegex(call, r"^\w+\(.*\)|^NotesTerm: \d+ live handles", "whole lines, never two mixed")
+        self.assertTrue(any(call.startswith("NSFDbCreate(") for _, call in lines))
+
+    def test_the_last_line_counts_the_handles_the_host_left_open(self):
+        for command, leaves_open in ((["discover", "databases"], False), (["discover", "mailboxes"], True)):
+            with self.subTest(command=command):
+                path = os.path.join(WORK_DIR, "trace-handles.txt")
+                if os.path.exists(path):
+                    os.remove(path)
+                result = run("--quiet", "--data", SERVER_DIR, *command, env=dict(os.environ, HYSIM_TRACE=path))
+                self.assertEqual(result.returncode, 0, result.stderr)
+                calls = [call for _, call in self.trace_lines(path)]
+                self.assertEqual(calls[-2], "NotesTerm()")
+                last = re.fullmatch(r"NotesTerm: (\d+) live handles(?: \((.*)\))?", calls[-1])
+                self.assertIsNotNone(last, calls[-1])
+                # Discovery keeps the database of every mail file it reports open.
+                opened = sum(call.startswith("NSFDbOpen(") for call in calls)
+                closed = sum(call.startswith("NSFDbClose(") for call in calls)
+                self.assertEqual(int(last.group(1)), opened - closed)
+                self.assertEqual(opened > closed, leaves_open)
+                if leaves_open:
+                    self.assertEqual(last.group(2), "database %d" % (opened - closed))
+
+    def test_standard_error_or_memory(self):
+        to_stderr = run("--quiet", "--data", SERVER_DIR, "discover", "databases", env=dict(os.environ, HYSIM_TRACE="-"))
+        self.assertEqual(to_stderr.returncode, 0)
+        self.assertRegex(to_stderr.stderr, r"(?m)^\d+ NotesInitExtended\(")
+        self.assertNotIn("NotesInitExtended(", to_stderr.stdout)
+        in_memory = run("--quiet", "--data", SERVER_DIR, "discover", "databases", env=dict(os.environ, HYSIM_TRACE="1"))
+        self.assertEqual(in_memory.returncode, 0)
+        self.assertNotIn("NotesInitExtended(", in_memory.stderr + in_memory.stdout)
 
 
 class DemoPaths(unittest.TestCase):

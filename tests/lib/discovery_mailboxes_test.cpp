@@ -9,6 +9,7 @@
 
 #include "exit_child.h"
 #include "support/domino_fixture.h"
+#include "support/raw_items.h"
 #include "support/test_support.h"
 
 using namespace hyln_test;
@@ -245,5 +246,30 @@ TEST_F(MailboxDiscovery, LookupFailureIsReportedWithoutTouchingTheBuffer)
         if (sim().callCount("OSLockObject") != 0)
             failure += " buffer locked;";
         return failure;
+    });
+}
+
+// A MailFile stored with a zero-length value has no value to report: the entry is
+// passed over with the same line as one without a mail file, and every other entry
+// is still discovered.
+TEST_F(MailboxDiscovery, ZeroLengthMailFileIsSkippedLikeAMissingOne)
+{
+    addPeople({{{"CN=Zoe Zero/O=HyOrg"}, "to be emptied", MailFileForm::Text}});
+    ASSERT_EQ(storeZeroLengthValue(dataDir + "/names.nsf", "MailFile", "to be emptied"), 1);
+    EXPECT_IN_CHILD([] {
+        MailboxLookupStruct lookup;
+        HyLNUtilities::InitializeMBLookup(lookup, true);
+        std::set<std::string> reported;
+        HyLNError status = HyLNUtilities::DiscoverMailboxes("", &reported, lookup, false);
+        std::string failure = status.IsErrorSet() ? "status set: " + status.GetMessage() + ";" : "";
+        failure += expectEqual("records", std::to_string(sent.size()), "2");
+        failure += expectEqual("reported", joined(reported), "mail/alice;mail/bob;");
+        if (!logged("DiscoverMailboxes", 0,
+                    "Found [8] users (each will usually have one corresponding mail database file.)"))
+            failure += " no count line;";
+        size_t nullWarnings = 0;
+        for (const std::string& text : logTexts())
+            nullWarnings += text == "Warning: found a mail file equal to NULL. Entry will be skipped.\n";
+        return failure + expectEqual("NULL warnings", std::to_string(nullWarnings), "2");
     });
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 
 #include "HySimControl.h"
@@ -109,4 +110,53 @@ TEST_F(Exports, BadMemoryHandlesAreRefusedNotFatal)
     EXPECT_EQ(OSUnlockObject(handle), TRUE);
     EXPECT_EQ(OSMemFree(handle), NOERROR);
     EXPECT_EQ(OSMemFree(handle), sim::STS_INVALID_HANDLE) << "a freed handle is gone";
+}
+
+TEST_F(Exports, AMalformedFaultListSetsNoFaultAtAll)
+{
+    for (const char* list : {"OSMemFree=0x0107;NSFDbOpen=banana", "OSMemFree=0x0107;NSFDbOpen",
+                             "OSMemFree=0x0107;Nope=1", "OSMemFree=0x0107@0", "OSMemFree=0x0107@", "OSMemFree=0x0107@x",
+                             "OSMemFree=0x0107@-1", "OSMemFree=0x10000", "OSMemFree=-1", "OSMemFree= 0x0107 junk",
+                             "OSMemFree=delay:", "*=", "**=1"}) {
+        EXPECT_EQ(HySimSetFaultList(list), -1) << list;
+        EXPECT_EQ(OSMemFree(0xABCDEF), sim::STS_INVALID_HANDLE) << list << " set a fault";
+    }
+    EXPECT_EQ(HySimSetFaultList(" OSMemFree = 0x0107 @2 ; ;"), 1) << "blanks around the parts are allowed";
+    EXPECT_EQ(OSMemFree(0xABCDEF), sim::STS_INVALID_HANDLE);
+    EXPECT_EQ(OSMemFree(0xABCDEF), 0x0107);
+}
+
+TEST_F(Exports, EveryCallFaultCountsAllEntryPointsTogether)
+{
+    ASSERT_EQ(HySimSetFaultList("*=0x0107@3"), 1);
+    DHANDLE handle = 0;
+    char text[64];
+    ASSERT_EQ(OSMemAlloc(0, 16, &handle), NOERROR);
+    EXPECT_GT(OSLoadString(NULLHANDLE, 0x0107, text, sizeof text - 1), 0) << "not counted";
+    EXPECT_EQ(OSLockObject(0xABCDEF), nullptr);
+    EXPECT_EQ(OSMemFree(handle), 0x0107) << "the third counted call, of another entry point";
+    EXPECT_EQ(OSMemFree(handle), NOERROR) << "fires once";
+
+    ASSERT_EQ(HySimSetFault("*", 0x0103, 0, HYSIM_FAULT_RETURN), 0);
+    EXPECT_EQ(OSMemAlloc(0, 16, &handle), 0x0103);
+    EXPECT_EQ(NSFDbOpen("names.nsf", &handle), 0x0103);
+    EXPECT_EQ(OSLoadString(NULLHANDLE, 0x0103, text, sizeof text - 1), std::strlen("File does not exist"))
+        << "a host can still read the text of the failure";
+    NotesTerm();
+    NotesTermThread();
+    EXPECT_EQ(HySimCallCount("NotesTerm"), 1u) << "and shut down";
+
+    ASSERT_EQ(HySimSetFaultList("*=throw@2;OSMemAlloc=0x0107@1"), 2);
+    EXPECT_EQ(OSMemAlloc(0, 16, &handle), 0x0107) << "a fault of its own comes first";
+    EXPECT_THROW(OSMemGetSize(1, nullptr), HySimInjectedFault) << "yet the call counted for * as well";
+}
+
+TEST_F(Exports, EveryCallDelaySlowsTheNthCallOnly)
+{
+    ASSERT_EQ(HySimSetFaultList("*=delay:30@2"), 1);
+    DHANDLE handle = 0;
+    ASSERT_EQ(OSMemAlloc(0, 16, &handle), NOERROR);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(OSMemFree(handle), NOERROR);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sim/support/storage_fixture.h"
+#include "support/raw_items.h"
 
 namespace {
 
@@ -210,6 +211,42 @@ TEST_F(NamesLookup, TextMembersAndTheirErrors)
     std::memset(buffer, '#', sizeof buffer);
     ASSERT_EQ(NAMEGetTextItem2(matches[3], 1, 0, buffer, 8), NOERROR);
     EXPECT_STREQ(buffer, "CN=Jane") << "truncated to the buffer and terminated";
+}
+
+// An empty text keeps its type word; a value of zero length has none, so the
+// match has nothing to point at. Neither may spoil the lookup of everyone else.
+TEST_F(NamesLookup, EmptyMailFilesLeaveTheRestOfTheDirectoryIntact)
+{
+    DBHANDLE names = open("names.nsf");
+    addPerson(names, "Edna", "Empty", "eempty", [](NOTEHANDLE note) { setText(note, "MailFile", ""); });
+    addPerson(names, "Zoe", "Zero", "zzero", [](NOTEHANDLE note) { setText(note, "MailFile", "to be emptied"); });
+    NSFDbClose(names);
+    ASSERT_EQ(hyln_test::storeZeroLengthValue(dataDir + "/names.nsf", "MailFile", "to be emptied"), 1);
+
+    Lookup lookup;
+    lookUp(lookup, nullptr, NAME_LOOKUP_ALL, "$PEOPLE", 1, "", 1, kMailAndName, 2);
+    ASSERT_EQ(lookup.status, NOERROR);
+    std::vector<void*> matches = lookup.matches(0);
+    ASSERT_EQ(matches.size(), 7u);
+    std::vector<std::string> fullNames;
+    for (void* match : matches)
+        fullNames.push_back(textItem(match, 1));
+    ASSERT_EQ(fullNames[3], "CN=Edna Empty/O=HyOrg");
+    ASSERT_EQ(fullNames[6], "CN=Zoe Zero/O=HyOrg");
+
+    WORD type = 0, size = 0;
+    const char* empty = static_cast<const char*>(NAMELocateItem2(matches[3], 0, &type, &size));
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(type, TYPE_TEXT);
+    EXPECT_EQ(size, 2) << "the type word alone";
+    EXPECT_EQ(textItem(matches[3], 0), "");
+
+    type = 0x7777;
+    EXPECT_EQ(NAMELocateItem2(matches[6], 0, &type, &size), nullptr);
+    EXPECT_EQ(type, 0x7777) << "nothing is written for a value that is not there";
+    char buffer[16];
+    EXPECT_EQ(NAMEGetTextItem2(matches[6], 0, 0, buffer, sizeof buffer), ERR_NO_SUCH_ITEM);
+    EXPECT_EQ(textItem(matches[4], 0), "mail/jdoe.nsf") << "the next person is read as before";
 }
 
 TEST_F(NamesLookup, NamesMatchFullShortAndInternetNamesInAnyForm)

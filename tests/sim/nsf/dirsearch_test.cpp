@@ -9,6 +9,7 @@
 
 #include "HySimControl.h"
 #include "sim/support/seed_support.h"
+#include "sim/support/storage_fixture.h"
 
 namespace {
 
@@ -191,4 +192,77 @@ TEST_F(DirectorySearch, CallbackStatusStopsTheSearch)
     EXPECT_EQ(NSFSearch(dir, NULLHANDLE, nullptr, SEARCH_FILETYPE, 0x0006, nullptr, stopAtSecond, &counter, nullptr),
               sim::STS_UNSUPPORTED);
     NSFDbClose(dir);
+}
+
+namespace {
+
+// A data directory whose tree has symbolic links back into itself, to each other,
+// and out of it, on a fresh data directory of its own.
+class LinkedDirectorySearch : public storage_test::StorageTest {
+protected:
+    void SetUp() override
+    {
+        StorageTest::SetUp();
+        outside = storage_test::makeDataDirectory();
+        namespace fs = std::filesystem;
+        for (const char* directory : {"tree/sub", "tree/x", "tree/y"})
+            fs::create_directories(dataDir + "/" + directory);
+        for (const std::string& file : {dataDir + "/names.nsf", dataDir + "/tree/a.nsf", dataDir + "/tree/sub/b.nsf",
+                                        dataDir + "/tree/x/x.nsf", dataDir + "/tree/y/y.nsf", outside + "/o.nsf"})
+            ASSERT_EQ(NSFDbCreate(file.c_str(), DBCLASS_NOTEFILE, FALSE), NOERROR) << file;
+        fs::create_directory_symlink("..", dataDir + "/tree/sub/up");
+        fs::create_directory_symlink("../..", dataDir + "/tree/sub/top");
+        fs::create_directory_symlink(".", dataDir + "/tree/sub/again");
+        fs::create_directory_symlink("../y", dataDir + "/tree/x/to-y");
+        fs::create_directory_symlink("../x", dataDir + "/tree/y/to-x");
+        fs::create_directory_symlink(outside, dataDir + "/tree/outside");
+        fs::create_directory_symlink(outside, dataDir + "/tree/outside-too");
+        fs::create_directory_symlink(dataDir, outside + "/back");
+    }
+    void TearDown() override
+    {
+        StorageTest::TearDown();
+        std::error_code ignored;
+        std::filesystem::remove_all(outside, ignored);
+    }
+
+    static std::vector<std::string> found(const char* directory, WORD mask)
+    {
+        std::vector<Found> all;
+        DBHANDLE dir = NULLHANDLE;
+        EXPECT_EQ(NSFDbOpen(directory, &dir), NOERROR);
+        EXPECT_EQ(NSFSearch(dir, NULLHANDLE, nullptr, SEARCH_SUMMARY | SEARCH_FILETYPE, mask, nullptr, collect, &all,
+                            nullptr),
+                  NOERROR);
+        NSFDbClose(dir);
+        std::vector<std::string> paths;
+        for (const Found& f : all)
+            paths.push_back(f.path);
+        return paths;
+    }
+
+    std::string outside;
+};
+
+} // namespace
+
+TEST_F(LinkedDirectorySearch, EachDirectoryIsWalkedOnceWhateverLinksLeadToIt)
+{
+    EXPECT_EQ(found("", FILE_DBANY | FILE_RECURSE),
+              (std::vector<std::string>{"names.nsf", "tree/a.nsf", "tree/outside/o.nsf", "tree/sub/b.nsf",
+                                        "tree/x/x.nsf", "tree/y/y.nsf"}))
+        << "links to a parent, to itself, to each other and back from outside are passed over; "
+           "the outside directory is followed once, through the first of its two links";
+    EXPECT_EQ(found("", FILE_DIRSONLY | FILE_RECURSE),
+              (std::vector<std::string>{"tree", "tree/outside", "tree/sub", "tree/x", "tree/y"}));
+}
+
+TEST_F(LinkedDirectorySearch, ALinkLeavingTheSearchedTreeIsFollowedOnce)
+{
+    EXPECT_EQ(found("tree/sub", FILE_DBANY | FILE_RECURSE),
+              (std::vector<std::string>{"tree/sub/b.nsf", "tree/sub/top/names.nsf", "tree/sub/top/tree/a.nsf",
+                                        "tree/sub/top/tree/outside/o.nsf", "tree/sub/top/tree/x/x.nsf",
+                                        "tree/sub/top/tree/y/y.nsf"}))
+        << "links are followed in path order: top reaches the data directory and with it tree, so up (to tree) "
+           "finds nothing new, and tree/sub itself is not walked again";
 }

@@ -1,5 +1,6 @@
 // Notes and items: values of each type round trip, identity, revisions, conflicts, handles.
 #include "sim/support/storage_fixture.h"
+#include "support/raw_items.h"
 
 using storage_test::StorageTest;
 
@@ -153,6 +154,61 @@ TEST_F(StorageNote, ItemInfoHandsOutTheValueBlockWithItsTypeWord)
     EXPECT_EQ(type, TYPE_INVALID_OR_UNKNOWN);
     NSFNoteClose(note);
     EXPECT_EQ(OSLockObject(value.pool), nullptr) << "item blocks go with the note";
+}
+
+// A value stored with zero length (no type word) is still an item: of unknown type,
+// with a value block that locks like any other and a summary entry of length 0.
+TEST_F(StorageNote, ZeroLengthValueIsAnItemWithoutATypeWord)
+{
+    NOTEHANDLE created = newNote(db);
+    setText(created, "Subject", "to be emptied");
+    setText(created, "After", "kept");
+    ASSERT_EQ(NSFNoteUpdate(created, 0), NOERROR);
+    NOTEID id = info<NOTEID>(created, _NOTE_ID);
+    NSFNoteClose(created);
+    ASSERT_EQ(hyln_test::storeZeroLengthValue(dataDir + "/notes.nsf", "Subject", "to be emptied"), 1);
+
+    NOTEHANDLE note = reopen(id);
+    WORD type = 0xEEEE;
+    BLOCKID value{};
+    DWORD length = 0xEEEE;
+    ASSERT_EQ(NSFItemInfo(note, "Subject", 7, nullptr, &type, &value, &length), NOERROR);
+    EXPECT_EQ(type, TYPE_INVALID_OR_UNKNOWN);
+    EXPECT_EQ(length, 0u);
+    EXPECT_NE(OSLockObject(value.pool), nullptr) << "a null lock would mean an unknown handle";
+    EXPECT_TRUE(OSUnlockObject(value.pool));
+    char text[8] = "#######";
+    EXPECT_EQ(NSFItemGetText(note, "Subject", text, sizeof text), 0);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(NSFItemGetText(note, "After", text, sizeof text), 4);
+    std::vector<ScannedItem> items = scan(note);
+    ASSERT_EQ(items.size(), 2u);
+    EXPECT_EQ(items[0].name, "Subject");
+    EXPECT_TRUE(items[0].value.empty());
+    NSFNoteClose(note);
+
+    struct Summary {
+        BOOL located = FALSE, gotText = TRUE;
+        WORD length = 0xEEEE, type = 0xEEEE;
+        std::string after;
+    } summary;
+    auto read = [](void* parameter, SEARCH_MATCH*, ITEM_TABLE* table) -> STATUS {
+        auto* out = static_cast<Summary*>(parameter);
+        void* at = nullptr;
+        out->located = NSFLocateSummaryValue(table, "Subject", &at, &out->length, &out->type);
+        char buffer[16] = {};
+        out->gotText = NSFGetSummaryValue(table, "Subject", buffer, sizeof buffer);
+        NSFGetSummaryValue(table, "After", buffer, sizeof buffer);
+        out->after = buffer;
+        return NOERROR;
+    };
+    ASSERT_EQ(NSFSearch(db, NULLHANDLE, nullptr, SEARCH_SUMMARY, NOTE_CLASS_DOCUMENT, nullptr, read, &summary, nullptr),
+              NOERROR);
+    EXPECT_TRUE(summary.located) << "present, with ValueLength 0";
+    EXPECT_EQ(summary.length, 0);
+    EXPECT_EQ(summary.type, TYPE_INVALID_OR_UNKNOWN);
+    EXPECT_FALSE(summary.gotText) << "no type word, so no text";
+    EXPECT_EQ(summary.after, "kept");
 }
 
 TEST_F(StorageNote, SetTextReplacesDeleteRemovesAllOfAName)
