@@ -28,7 +28,9 @@ step "ASan build" scripts/setup.sh build-asan -DHYLN_SANITIZE=ON -DHYLN_WERROR=O
 # by design. intercept_tls_get_addr=0: GCC 12's runtime can misread a forked child's
 # dynamic TLS and crash in its leak check ("Tracer caught signal 11"); glibc keeps
 # those blocks in the heap, so the check still sees what they point to.
-step "ASan tests" env ASAN_OPTIONS=detect_leaks=1:intercept_tls_get_addr=0 \
+# allocator_may_return_null=1: a failed allocation returns null, as the C allocator does,
+# so the library's paths for it run as they would in a host.
+step "ASan tests" env ASAN_OPTIONS=detect_leaks=1:intercept_tls_get_addr=0:allocator_may_return_null=1 \
   LSAN_OPTIONS="suppressions=$PWD/tests/sanitizers/lsan.supp" ctest --test-dir build-asan --output-on-failure -j2
 
 # ThreadSanitizer: only the threaded tests (label "threads") and what they need.
