@@ -147,8 +147,13 @@ int additional(const Options& options)
     std::set<std::string> names;
     std::string directories = options.directories;
     size_t before = host().recordsReceived;
-    if (!HyLNUtilities::GetAdditionalDatabases(&names, &directories, !options.listOnly, options.quick))
-        return failWith("scanning additional directories", options.directories, "see the log lines above");
+    size_t logsBefore = host().logTexts.size();
+    if (!HyLNUtilities::GetAdditionalDatabases(&names, &directories, !options.listOnly, options.quick)) {
+        // The library answers only false; its last line says which call failed with which status.
+        bool logged = host().logTexts.size() > logsBefore;
+        return failWith("scanning additional directories", options.directories,
+                        logged ? host().logTexts.back() : "the library gave no reason");
+    }
     if (options.listOnly)
         for (const std::string& name : names)
             output().record(name, {{"path", name}});

@@ -63,8 +63,19 @@ STATUS listDataNotes(DBHANDLE database, std::vector<NOTEID>& ids)
                         &until);
 }
 
+// A failed close keeps the handle, and the destructors of the library's objects try
+// once more: closing explicitly first gives every handle two chances.
 class OpenDatabase {
 public:
+    ~OpenDatabase()
+    {
+        try {
+            database.Close();
+        } catch (...) {
+            // The runtime's exception ends nothing more than this close; the destructor tries again.
+        }
+    }
+
     int open(const Options& options, Runtime& runtime)
     {
         database = HyLNDatabase(options.database, runtime.getInstance());
@@ -168,11 +179,19 @@ int exportOne(const Options& options, DBHANDLE database, unsigned int exporter, 
         return failWith("writing note " + noteIdText(id), target.string(), "the DXL could not be written whole");
     output().record(target.string(), {{"note_id", noteIdText(id)}, {"path", target.string()}, {"bytes", bytes}},
                     "note");
+    note.Close();
     return kSuccess;
 }
 
 struct Exporter {
-    ~Exporter() { HyLNUtilities::DeleteDXLExporter(handle); }
+    ~Exporter()
+    {
+        try {
+            HyLNUtilities::DeleteDXLExporter(handle);
+        } catch (...) {
+            std::fprintf(stderr, "hyln: deleting the DXL exporter failed with an exception\n");
+        }
+    }
     unsigned int handle = 0;
 };
 
@@ -204,6 +223,7 @@ int stubOne(const Options& options, DBHANDLE database, NOTEID id)
                      {"attachments", migrated ? 0 : details.AttachmentNumbers},
                      {"attachment_bytes", migrated ? 0 : details.AttachmentSize}},
                     "note");
+    note.Close();
     return kSuccess;
 }
 

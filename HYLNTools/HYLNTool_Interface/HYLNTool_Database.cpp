@@ -120,8 +120,12 @@ HyLNDatabase& HyLNDatabase::operator=(const HyLNDatabase& other)
 
 HyLNDatabase::~HyLNDatabase()
 {
-    if (handle != NULLHANDLE)
-        Close();
+    // A destructor has no one to report to, and an exception leaving it would end the host.
+    try {
+        if (handle != NULLHANDLE)
+            Close();
+    } catch (...) {
+    }
     delete quotaInfo;
 }
 

@@ -129,6 +129,19 @@ TEST_F(OpenDatabase, FailedCloseKeepsTheHandleAndCopiesOwnNone)
     EXPECT_TRUE(capturedLog().empty());
 }
 
+TEST_F(OpenDatabase, AThrowingCloseInTheDestructorDoesNotEndTheHost)
+{
+    DBHANDLE stranded = NULLHANDLE;
+    {
+        HyLNDatabase other("info.nsf", "");
+        ASSERT_FALSE(other.Open().IsErrorSet());
+        stranded = other.GetHandle();
+        sim().setFault("NSFDbClose", 0, 1, 1 /* throw */);
+    }
+    sim().clearFaults();
+    EXPECT_EQ(HY_NSFDbClose(stranded), NOERROR) << "the handle the throwing close kept";
+}
+
 TEST_F(OpenDatabase, SelfAssignmentKeepsTheOpenHandle)
 {
     DBHANDLE before = db.GetHandle();
