@@ -207,7 +207,8 @@ TEST_F(Dxl, ExportCallbackStopsAfterAFailedGrowth)
     EXPECT_EQ(out.record.position, 20u);
     EXPECT_EQ(out.record.total, 200000010u);
     EXPECT_EQ(capturedLog().size(), 2u);
-    EXPECT_EQ(out.text().substr(0, 10), "0123456789");
+    // position now counts past the buffer's end: read only what was stored.
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(out.buffer), 10), "0123456789");
 }
 
 TEST_F(Dxl, ExportCallbackInFileMode)
