@@ -8,9 +8,12 @@ HYLN_EXTRA_PACKAGES=gcovr scripts/setup.sh build-coverage -DCMAKE_BUILD_TYPE=Deb
   -DHYLN_BUILD_BENCH=OFF
 find build-coverage -name '*.gcda' -delete
 (cd build-coverage && ctest -j2 --output-on-failure >/dev/null)
+# gcovr replaces its output file, so it writes to a scratch file, never to /dev/null.
+report=$(mktemp)
+trap 'rm -f "$report"' EXIT
 for part in HYLNTools NotesSim; do
   echo "== $part"
   gcovr --root . --filter "$part/" --exclude "NotesSim/tools/" --object-directory build-coverage \
-    --branches --exclude-unreachable-branches --exclude-throw-branches --print-summary --txt /dev/null 2>/dev/null |
+    --branches --exclude-unreachable-branches --exclude-throw-branches --print-summary --txt "$report" 2>/dev/null |
     grep -E '^(lines|branches):'
 done
