@@ -150,7 +150,8 @@ HyLNError HyLNInstance::InitializeNotesEnv()
     }
     notesInitialized = true;
     char directory[kDirectoryValueSize] = {};
-    HY_OSGetEnvironmentString("Directory", directory, kDirectoryValueSize);
+    // The length counts the characters the runtime may write before its terminator.
+    HY_OSGetEnvironmentString("Directory", directory, kDirectoryValueSize - 1);
     HYLN_LOG(0, "confirmed data directory %s.", directory);
     SetDataDirectory(directory);
     return status;

@@ -124,7 +124,8 @@ long HyLNUtilities::GetNotesINIvarLong(const char* name) { return HY_OSGetEnviro
 
 int HyLNUtilities::GetNotesINIvarString(const char* name, char* value)
 {
-    return HY_OSGetEnvironmentString(name, value, kEnvironmentValueLength);
+    // The length counts the characters the runtime may write before its terminator.
+    return HY_OSGetEnvironmentString(name, value, kEnvironmentValueLength - 1);
 }
 
 unsigned short HyLNUtilities::NotesTranslate(unsigned short mode, const char* in, unsigned short inLength, char* out,

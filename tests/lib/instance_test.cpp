@@ -107,6 +107,16 @@ TEST_F(Instance, InitializeNotesEnvStartsTheRuntimeAndConfirmsTheDataDirectory)
     EXPECT_EQ(HyLNInstance(copy).GetServerName(), "srv");
 }
 
+TEST_F(Instance, InitializeNotesEnvCutsALongDataDirectoryToItsBuffer)
+{
+    std::string setting = dataDir + "/" + std::string(300, 'd');
+    std::ofstream(dataDir + "/notes.ini") << "Directory=" << setting << "\n";
+    HyLNInstance instance("long" + kDelimiter + dataDir, "srv");
+    EXPECT_FALSE(instance.InitializeNotesEnv().IsErrorSet());
+    EXPECT_EQ(instance.GetDataDirectory(), setting.substr(0, 255)) << "255 characters and the terminator";
+    EXPECT_TRUE(logged("confirmed data directory " + setting.substr(0, 255) + "."));
+}
+
 TEST_F(Instance, InitializeNotesEnvFailures)
 {
     EXPECT_FALSE(HyLNInstance("plain", "srv").InitializeNotesEnv().IsErrorSet());
