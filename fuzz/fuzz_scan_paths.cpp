@@ -1,7 +1,7 @@
 // Paths the library builds from a caller's texts: network and proxy paths, the
 // '?'-separated list of additional scan directories, a scan path joined from a
-// directory and a database path, and the instance name split into data directory
-// and notes.ini. The input is a mode byte, the server name (NUL-ended), a database
+// directory and a database path, the data directory of a discovery, and the
+// instance name split into data directory and notes.ini. The input is a mode byte, the server name (NUL-ended), a database
 // path (NUL-ended), then the directory text. Scans that would leave the scratch
 // data directory are skipped: the runtime opens absolute paths as they are.
 #include <algorithm>
@@ -38,6 +38,14 @@ bool everyPieceStays(const std::string& list)
         if (!staysInDataDirectory(piece))
             return false;
     return true;
+}
+
+unsigned short collectPath(void* context, SEARCH_MATCH*, ITEM_TABLE* summary)
+{
+    std::string path;
+    HyLNUtilities::GetSummaryValue(summary, "$Path", path);
+    static_cast<std::set<std::string>*>(context)->insert(path);
+    return NOERROR;
 }
 
 void checkNetworkPath(const std::string& path)
@@ -83,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (!isAscii(server) || !isAscii(databasePath) || !isAscii(directory))
         return 0;
     std::string directoryText = directory.c_str();
-    switch ((mode >> 1) % 3) {
+    switch ((mode >> 1) % 4) {
     case 0:
         if (everyPieceStays(directoryText)) {
             std::set<std::string> databases;
@@ -111,6 +119,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
         break;
     }
+    case 3:
+        if (staysInDataDirectory(directoryText)) {
+            std::set<std::string> databases;
+            HyLNUtilities::DiscoverDatabases(directory, &databases, collectPath);
+        }
+        break;
     }
     return 0;
 }
