@@ -2,7 +2,8 @@
 # Builds the libFuzzer targets (clang, AddressSanitizer + UndefinedBehaviorSanitizer) in
 # build-fuzz and runs each one for a bounded time, starting from its seeds in
 # fuzz/corpus/<target>/. Exits non-zero when any target crashes, trips a sanitizer,
-# hangs or fails one of its checks; the input is kept in build-fuzz/fuzz-findings/.
+# hangs or fails one of its checks; the input is kept in build-fuzz/fuzz-findings/ and
+# `build-fuzz/fuzz/<target> <input>` replays it.
 #   HYLN_FUZZ_SECONDS   seconds per target (default 20)
 #   HYLN_FUZZ_TARGETS   targets to run (default: all)
 set -euo pipefail
