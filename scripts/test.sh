@@ -2,7 +2,8 @@
 # Builds and tests the project the ways its users build it: GCC RelWithDebInfo (every
 # test), GCC Debug and Clang (builds only: warnings that one configuration alone raises),
 # AddressSanitizer + UndefinedBehaviorSanitizer with leak checking (every test), and
-# ThreadSanitizer (only the threaded tests, to keep the time down). Warnings are errors.
+# ThreadSanitizer (only the threaded tests, to keep the time down), then the fuzz targets
+# for a bounded time. Warnings are errors.
 # Each step reports its time: the whole run has to stay well under 25 minutes on 2 cores.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -37,3 +38,7 @@ step "ASan tests" env ASAN_OPTIONS=detect_leaks=1:intercept_tls_get_addr=0:alloc
 step "TSan build" env HYLN_TARGETS=hyln_thread_tests scripts/setup.sh build-tsan -DHYLN_TSAN=ON -DHYLN_WERROR=ON \
   -DHYLN_BUILD_BENCH=OFF
 step "TSan tests" ctest --test-dir build-tsan --output-on-failure -j2 -L threads
+
+# libFuzzer targets (clang, sanitizers) for the parsers of outside bytes, each for a
+# bounded time (HYLN_FUZZ_SECONDS, default 20).
+step "Fuzzing" scripts/fuzz.sh

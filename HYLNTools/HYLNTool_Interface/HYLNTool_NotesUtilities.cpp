@@ -172,7 +172,7 @@ long HyLNUtilities::GetNotesINIvarLong(const char* name) { return HY_OSGetEnviro
 
 int HyLNUtilities::GetNotesINIvarString(const char* name, char* value)
 {
-    // The runtime writes a terminating zero after as many as BufferLength characters.
+    // The length counts the characters the runtime may write before its terminator.
     return HY_OSGetEnvironmentString(name, value, kEnvironmentValueLength - 1);
 }
 
@@ -643,15 +643,17 @@ HyLNError HyLNUtilities::ProcessDatabase(char const* path, std::string ownerName
     char title[NSF_INFO_SIZE] = {0};
     HY_NSFDbInfoParse(info, INFOPARSE_TITLE, title, NSF_INFO_SIZE - 1);
     char translatedTitle[kTranslatedBuffer] = {0};
+    // Each translation leaves the last byte of its zero-filled buffer as the terminator:
+    // the runtime does not terminate an output that fills the length it is given.
     if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, static_cast<WORD>(std::strlen(title)), translatedTitle,
-                       kTranslatedBuffer) == 0) {
+                       kTranslatedBuffer - 1) == 0) {
         HYLN_LOG(0, "DBTitle OSTranslate failed on: [%s]", title);
         status.SetCustomMessage(std::string("OSTranslate failed on DBTitle"));
         return status;
     }
     char translatedPath[kTranslatedBuffer] = {0};
     if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, dbPath, static_cast<WORD>(std::strlen(dbPath)), translatedPath,
-                       kTranslatedBuffer) == 0) {
+                       kTranslatedBuffer - 1) == 0) {
         HYLN_LOG(0, "DBName OSTranslate failed on: [%s]", dbPath);
         status.SetCustomMessage(std::string("OSTranslate failed on DBName"));
         return status;
@@ -693,10 +695,11 @@ const WORD kFileSearchFlags = SEARCH_SUMMARY | SEARCH_FILETYPE;
 const WORD kAnyNoteFileRecursive = 0x600A;
 const size_t kPathBuffer = 1024;
 
-// Translates `text` with `mode` into `out`; false when the runtime reports failure.
+// Translates `text` with `mode` into `out`, terminated; false when the runtime reports
+// failure, which includes an output that would leave no room for the terminator.
 bool translateInto(WORD mode, const std::string& text, char (&out)[kPathBuffer])
 {
-    return HY_OSTranslate(mode, text.c_str(), static_cast<WORD>(text.size()), out, kPathBuffer) != 0;
+    return HY_OSTranslate(mode, text.c_str(), static_cast<WORD>(text.size()), out, kPathBuffer - 1) != 0;
 }
 
 void copyInto(const std::string& text, char (&out)[kPathBuffer])
@@ -775,7 +778,7 @@ unsigned short FindAView(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary
         HYLN_LOG(2, "Note closed.");
         char viewName[kPathBuffer] = {0};
         if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, static_cast<WORD>(std::strlen(title)), viewName,
-                           sizeof viewName) == 0) {
+                           sizeof viewName - 1) == 0) {
             HYLN_LOG(2, "OSTranslate failed to translate view name [%s]", title);
             copyInto(title, viewName);
         }
@@ -1005,7 +1008,7 @@ unsigned short HyLNUtilities::AssociateAdditionalDBsCallback(void* context, SEAR
     }
     char path[kPathBuffer] = {0};
     if (HY_OSTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, rawPath, static_cast<WORD>(std::strlen(rawPath)), path,
-                       kPathBuffer) == 0) {
+                       kPathBuffer - 1) == 0) {
         HYLN_LOG(0, "OSTranslate failed on database: [%s].", rawPath);
         return 0xFFFF;
     }

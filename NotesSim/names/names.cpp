@@ -438,14 +438,48 @@ void appendRecord(std::vector<char>& out, const std::vector<const Person*>& matc
     patchDword(out, start, out.size() - start);
 }
 
-// The item `index` of a match: its value (type word first) and size; null when absent.
+// A buffer handed back to the walkers may not be one this file wrote (a caller's
+// copy, damaged memory), so no length, count or offset in it is used before it is
+// checked against the length word of what contains it; the buffer's own length word
+// bounds everything.
+constexpr size_t kBlockHeader = 8; // length word, count word
+
+// Whether a record or match starts `at` bytes into a container of `length` bytes
+// and, by its own length word, covers its header and ends inside the container.
+bool blockFits(const char* container, size_t at, size_t length)
+{
+    if (at > length || length - at < kBlockHeader)
+        return false;
+    DWORD size = dwordAt(container, at);
+    return size >= kBlockHeader && size <= length - at;
+}
+
+// The matches of a record that its count word claims and its length holds.
+DWORD matchesOf(const char* record)
+{
+    DWORD claimed = dwordAt(record, 4);
+    size_t length = dwordAt(record);
+    DWORD found = 0;
+    for (size_t at = kBlockHeader; found < claimed && blockFits(record, at, length); at += dwordAt(record, at))
+        ++found;
+    return found;
+}
+
+// The item `index` of a match: its value (type word first) and size; null when absent,
+// or when the match does not hold the item's table entry or the whole value.
 const char* itemOf(const void* match, WORD index, DWORD& size)
 {
     if (match == nullptr || index >= dwordAt(match, 4))
         return nullptr;
-    DWORD offset = dwordAt(match, 8 + 8 * size_t(index));
-    size = dwordAt(match, 12 + 8 * size_t(index));
-    return offset == 0 ? nullptr : static_cast<const char*>(match) + offset;
+    size_t length = dwordAt(match);
+    size_t entry = kBlockHeader + 8 * size_t(index);
+    if (entry + 8 > length)
+        return nullptr;
+    size_t offset = dwordAt(match, entry);
+    size = dwordAt(match, entry + 4);
+    if (offset == 0 || offset < kBlockHeader || offset > length || size < sizeof(WORD) || size > length - offset)
+        return nullptr;
+    return static_cast<const char*>(match) + offset;
 }
 
 STATUS copyMember(const char* value, DWORD size, WORD member, char* buffer, WORD bufferLength)
@@ -506,11 +540,12 @@ void* impl::NAMELocateNextName2(void* pLookup, void* pName, DWORD* retNumMatches
     if (pLookup == nullptr)
         return nullptr;
     char* base = static_cast<char*>(pLookup);
-    char* next = pName == nullptr ? base + 8 : static_cast<char*>(pName) + dwordAt(pName);
-    if (next >= base + dwordAt(base))
+    size_t at = pName == nullptr ? kBlockHeader : size_t(static_cast<char*>(pName) - base) + dwordAt(pName);
+    if (!blockFits(base, at, dwordAt(base)))
         return nullptr;
+    char* next = base + at;
     if (retNumMatches != nullptr)
-        *retNumMatches = dwordAt(next, 4);
+        *retNumMatches = matchesOf(next);
     return next;
 }
 
@@ -521,8 +556,8 @@ void* impl::NAMELocateNextMatch2(void* pLookup, void* pName, void* pMatch)
     if (pLookup == nullptr || pName == nullptr)
         return nullptr;
     char* record = static_cast<char*>(pName);
-    char* next = pMatch == nullptr ? record + 8 : static_cast<char*>(pMatch) + dwordAt(pMatch);
-    return next < record + dwordAt(record) ? next : nullptr;
+    size_t at = pMatch == nullptr ? kBlockHeader : size_t(static_cast<char*>(pMatch) - record) + dwordAt(pMatch);
+    return blockFits(record, at, dwordAt(record)) ? record + at : nullptr;
 }
 
 void* impl::NAMELocateItem2(void* pMatch, WORD Item, WORD* retDataType, WORD* retSize)

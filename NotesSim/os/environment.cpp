@@ -84,6 +84,9 @@ bool loadIni(const std::string& path, std::map<std::string, std::string>& settin
     std::istringstream in(content);
     std::string line;
     while (std::getline(in, line)) {
+        // Every setting is read back as a C string, so a line ends at a NUL byte: a
+        // value holding one would otherwise differ from what its readers see.
+        line.erase(std::min(line.find('\0'), line.size()));
         line = trimmed(line);
         if (line.empty() || line[0] == '[' || line[0] == ';' || line[0] == '#')
             continue;

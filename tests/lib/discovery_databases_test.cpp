@@ -1,6 +1,7 @@
 // Data-directory discovery, the restore-view search callback and additional scan directories.
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <string>
 
@@ -420,4 +421,84 @@ TEST_F(DatabaseDiscovery, UntranslatableFoundPathStopsTheAssociation)
                               "A general scan failure occured while scanning: [" + scanPath +
                                   "] for additional databases. NSFSearch() returned: 65535 - .\n"}));
     EXPECT_EQ(capturedLog()[1].function, "AssociateAdditionalDBsCallback");
+}
+
+// A translated path or title that would fill its whole buffer leaves no room for the
+// terminator; such a translation counts as failed instead of being read past its end.
+TEST_F(DatabaseDiscovery, TranslationsThatFillTheirBufferCountAsFailed)
+{
+    std::string list = dataDir + "/extra1?";
+    std::string fits = list + std::string(1023 - list.size(), '?');
+    std::set<std::string> names;
+    EXPECT_TRUE(HyLNUtilities::GetAdditionalDatabases(&names, &fits, false, false));
+    EXPECT_EQ(names, std::set<std::string>{"extra1/one"});
+    std::string full = list + std::string(1024 - list.size(), '?');
+    names.clear();
+    captureLog();
+    EXPECT_FALSE(HyLNUtilities::GetAdditionalDatabases(&names, &full, false, false));
+    EXPECT_TRUE(names.empty());
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"OSTranslate failed on database: [" + full + "]."});
+
+    // 1023 LMBCS bytes of $Path, one of them é (two bytes in UTF-8): 1024 bytes translated.
+    std::string deep = "extra3";
+    for (char c : {'a', 'b', 'c', 'd'})
+        deep += "/" + std::string(200, c);
+    std::filesystem::create_directories(dataDir + "/" + deep);
+    std::string file = deep + "/\xC3\xA9" + std::string(1024 - deep.size() - 7, 'f') + ".nsf";
+    ASSERT_EQ(file.size(), 1024u);
+    // Reported by name: the storage engine cannot open a path this long, and need not.
+    std::ofstream(dataDir + "/" + file) << "not a database";
+    DBNAME table[2];
+    table[0].databasePath = "/elsewhere/extra3";
+    int index = 0;
+    std::string directory = dataDir;
+    captureLog();
+    EXPECT_NE(HyLNUtilities::AssociateAdditionalDBs("", &directory, table, &index), 0);
+    EXPECT_EQ(table[1].foundPath, "");
+    std::string lmbcsPath = deep + "/\x82" + file.substr(deep.size() + 3);
+    EXPECT_TRUE(logged("AssociateAdditionalDBsCallback", 0, "OSTranslate failed on database: [" + lmbcsPath + "]."));
+}
+
+TEST_F(DatabaseDiscovery, RecordPathsThatFillTheirBufferAreNotSent)
+{
+    std::set<std::string> reported;
+    // "./" steps the runtime drops: 512 bytes, the most the record's path buffer holds.
+    std::string longest;
+    for (int i = 0; i < 249; ++i)
+        longest += "./";
+    longest += "mail/alice.nsf";
+    ASSERT_EQ(longest.size(), 512u);
+    std::string path = longest;
+    EXPECT_FALSE(HyLNUtilities::ProcessDatabase(path.data(), "Owner", &reported, true).IsErrorSet());
+    EXPECT_EQ(sent, std::vector<std::string>{longest + "\x12" + "Alice Able"});
+
+    std::string tooLong = "." + longest.substr(0, 498) + "/mail/alice.nsf";
+    ASSERT_EQ(tooLong.size(), 514u);
+    tooLong.erase(0, 1); // 513 bytes
+    path = tooLong;
+    sent.clear();
+    captureLog();
+    HyLNError status = HyLNUtilities::ProcessDatabase(path.data(), "Owner", &reported, true);
+    EXPECT_EQ(status.GetMessage(), "OSTranslate failed on DBName");
+    EXPECT_TRUE(sent.empty());
+    EXPECT_TRUE(logged("ProcessDatabase", 0, "DBName OSTranslate failed on: [" + tooLong + "]"));
+}
+
+TEST_F(DatabaseDiscovery, ViewTitlesThatFillTheirBufferAreMatchedUntranslated)
+{
+    // 1023 LMBCS bytes, the most NSFItemGetText gives; é makes the UTF-8 form 1024 bytes.
+    std::string title = "\x82" + std::string(1022, 'v');
+    addView("mail/alice.nsf", title);
+    DBHANDLE database = NULLHANDLE;
+    ASSERT_EQ(HY_NSFDbOpen("mail/alice.nsf", &database), NOERROR);
+    HyLNRestoreViewSearch search{};
+    search.databaseHandle = database;
+    std::strcpy(search.wantedText, "vvv");
+    captureLog();
+    EXPECT_EQ(searchViews(database, search), NOERROR);
+    EXPECT_EQ(search.state, 0xFFFFFFFFu);
+    EXPECT_EQ(std::string(search.foundViewName), title.substr(0, sizeof search.foundViewName - 1))
+        << "the untranslated title, cut to the buffer";
+    EXPECT_TRUE(logged("FindAView", 2, "OSTranslate failed to translate view name [" + title + "]"));
+    HY_NSFDbClose(database);
 }

@@ -1,6 +1,7 @@
 // Mailbox discovery over person documents of the server's directory. The lookup
 // parameters freeze on the first call in a process, so each scenario runs in a
 // child process of its own.
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -56,6 +57,33 @@ std::string joined(const std::set<std::string>& items)
     for (const std::string& item : items)
         text += item + ";";
     return text;
+}
+
+// The library's NAMELookup2 pointer, redirected: one record that claims three matches
+// but holds one, as a damaged buffer would.
+STATUS damagedLookup(const char*, DWORD, WORD, const char*, WORD, const char*, WORD, const char*, DHANDLE* handle)
+{
+    std::string bytes;
+    auto dword = [&](DWORD value) { bytes.append(reinterpret_cast<const char*>(&value), sizeof value); };
+    const std::string mailFile = "mail/alice.nsf";
+    const WORD type = TYPE_TEXT;
+    const DWORD valueSize = sizeof type + mailFile.size();
+    const DWORD matchSize = 16 + valueSize;
+    dword(8 + 8 + matchSize); // buffer: length, records
+    dword(1);
+    dword(8 + matchSize); // record: length, claimed matches
+    dword(3);
+    dword(matchSize); // match: length, items, {offset, size}, value
+    dword(1);
+    dword(16);
+    dword(valueSize);
+    bytes.append(reinterpret_cast<const char*>(&type), sizeof type);
+    bytes += mailFile;
+    if (HY_OSMemAlloc(0, static_cast<DWORD>(bytes.size()), handle) != NOERROR)
+        return ERR_MEMORY;
+    std::memcpy(HY_OSLockObject(*handle), bytes.data(), bytes.size());
+    HY_OSUnlockObject(*handle);
+    return NOERROR;
 }
 
 class MailboxDiscovery : public RuntimeTest {
@@ -228,6 +256,24 @@ TEST_F(MailboxDiscovery, FailedEntriesAreLoggedAndTheLastOneIsReturned)
         // The external mailbox comes last and is filtered with a clear status.
         if (status.IsErrorSet())
             failure += " last status should be clear;";
+        return failure;
+    });
+}
+
+TEST_F(MailboxDiscovery, ADamagedLookupBufferIsWalkedOnlyAsFarAsItHolds)
+{
+    EXPECT_IN_CHILD([] {
+        HY_NAMELookup2 = damagedLookup;
+        MailboxLookupStruct lookup;
+        HyLNUtilities::InitializeMBLookup(lookup, false);
+        std::set<std::string> paths;
+        HyLNUtilities::DiscoverMailboxes("", &paths, lookup);
+        std::string failure = expectEqual("paths", joined(paths), "mail/alice.nsf;");
+        if (!logged("DiscoverMailboxes", 0,
+                    "Found [1] users (each will usually have one corresponding mail database file.)"))
+            failure += " count is not the one match the record holds;";
+        if (logged("DiscoverMailboxes", 0, "Warning: found a mail file equal to NULL. Entry will be skipped.\n"))
+            failure += " walked past the last match;";
         return failure;
     });
 }

@@ -208,6 +208,24 @@ TEST_F(Utilities, TextHelpers)
     EXPECT_EQ(sim().callCount("OSTranslate"), 1u);
 }
 
+TEST_F(Utilities, IniStringsFitTheir256ByteBuffer)
+{
+    writeNotesIni(dataDir, "CN=HySrv01/O=HyOrg", "Short=value\nLong=" + std::string(300, 'v') + "\nExact=" +
+                                                     std::string(255, 'e') + "\nNumber=42\n");
+    startRuntime(dataDir);
+    // One byte past the documented 256 holds a guard.
+    std::vector<char> value(257, '#');
+    EXPECT_TRUE(HyLNUtilities::GetNotesINIvarString("Short", value.data()));
+    EXPECT_STREQ(value.data(), "value");
+    EXPECT_TRUE(HyLNUtilities::GetNotesINIvarString("Exact", value.data()));
+    EXPECT_EQ(std::string(value.data()), std::string(255, 'e')) << "a value that fits is whole";
+    EXPECT_TRUE(HyLNUtilities::GetNotesINIvarString("Long", value.data()));
+    EXPECT_EQ(std::string(value.data()), std::string(255, 'v')) << "a longer one is cut and terminated";
+    EXPECT_EQ(value[256], '#');
+    EXPECT_FALSE(HyLNUtilities::GetNotesINIvarString("Missing", value.data()));
+    EXPECT_EQ(HyLNUtilities::GetNotesINIvarLong("Number"), 42);
+}
+
 TEST_F(Utilities, MemoryBlocksAndObjectDescriptors)
 {
     unsigned int handle = 0;

@@ -357,3 +357,170 @@ TEST_F(NamesLookup, MailAddressesNeedOneMatchingPerson)
     char nobody[] = "Nobody Here";
     EXPECT_EQ(MailLookupAddress(nobody, address), ERR_ROUTER_NOSUCHUSER);
 }
+
+// Lookup buffers the walkers are handed back damaged: every length, count and offset
+// is checked against what contains it, so a walk neither leaves the buffer nor loops.
+namespace {
+
+// Writes a lookup buffer by hand; the vector is exactly the buffer, so a sanitizer
+// build also catches a read past its end.
+struct LookupBytes {
+    std::vector<char> bytes;
+    size_t dword(DWORD value)
+    {
+        size_t at = bytes.size();
+        bytes.resize(at + 4);
+        std::memcpy(bytes.data() + at, &value, 4);
+        return at;
+    }
+    void word(WORD value)
+    {
+        bytes.resize(bytes.size() + 2);
+        std::memcpy(bytes.data() + bytes.size() - 2, &value, 2);
+    }
+    void text(const std::string& value) { bytes.insert(bytes.end(), value.begin(), value.end()); }
+    void patch(size_t at, DWORD value) { std::memcpy(bytes.data() + at, &value, 4); }
+    // The buffer's own length word, set once it is complete.
+    char* finish()
+    {
+        patch(0, static_cast<DWORD>(bytes.size()));
+        return bytes.data();
+    }
+    // A match holding one TEXT item, `text`.
+    void textMatch(const std::string& value)
+    {
+        size_t start = dword(0);
+        dword(1);
+        dword(16);
+        dword(static_cast<DWORD>(2 + value.size()));
+        word(TYPE_TEXT);
+        text(value);
+        patch(start, static_cast<DWORD>(bytes.size() - start));
+    }
+};
+
+} // namespace
+
+TEST(NamesDamagedBuffer, RecordsMustFitInTheBuffer)
+{
+    LookupBytes cut;
+    cut.dword(0);
+    cut.dword(1);
+    cut.dword(40); // a record header with only its length word inside the buffer
+    DWORD count = 0xDEAD;
+    EXPECT_EQ(NAMELocateNextName2(cut.finish(), nullptr, &count), nullptr);
+    EXPECT_EQ(count, 0u);
+
+    for (DWORD length : {0u, 4u, 17u}) {
+        LookupBytes bad;
+        bad.dword(0);
+        bad.dword(1);
+        bad.dword(length); // shorter than its header, or longer than the rest of the buffer
+        bad.dword(0);
+        bad.dword(0);
+        EXPECT_EQ(NAMELocateNextName2(bad.finish(), nullptr, &count), nullptr) << "record length " << length;
+    }
+
+    LookupBytes two; // two empty records, then a third that claims the whole buffer
+    two.dword(0);
+    two.dword(3);
+    two.dword(8);
+    two.dword(0);
+    two.dword(8);
+    two.dword(0);
+    two.dword(0xFFFFFFFF);
+    two.dword(0);
+    char* buffer = two.finish();
+    void* first = NAMELocateNextName2(buffer, nullptr, &count);
+    ASSERT_EQ(first, buffer + 8);
+    void* second = NAMELocateNextName2(buffer, first, &count);
+    ASSERT_EQ(second, buffer + 16);
+    EXPECT_EQ(NAMELocateNextName2(buffer, second, &count), nullptr);
+}
+
+TEST(NamesDamagedBuffer, MatchCountIsWhatTheRecordHolds)
+{
+    LookupBytes lookup;
+    lookup.dword(0);
+    lookup.dword(1);
+    size_t record = lookup.dword(0);
+    size_t claimed = lookup.dword(0xFFFFFFFF);
+    lookup.textMatch("mail/a.nsf");
+    lookup.textMatch("mail/b.nsf");
+    lookup.patch(record, static_cast<DWORD>(lookup.bytes.size() - record));
+    char* buffer = lookup.finish();
+
+    DWORD count = 0;
+    void* name = NAMELocateNextName2(buffer, nullptr, &count);
+    ASSERT_NE(name, nullptr);
+    EXPECT_EQ(count, 2u) << "a record claiming 4 billion matches holds two";
+    void* match = NAMELocateNextMatch2(buffer, name, nullptr);
+    ASSERT_NE(match, nullptr);
+    EXPECT_EQ(textItem(match, 0), "mail/a.nsf");
+    match = NAMELocateNextMatch2(buffer, name, match);
+    ASSERT_NE(match, nullptr);
+    EXPECT_EQ(textItem(match, 0), "mail/b.nsf");
+    EXPECT_EQ(NAMELocateNextMatch2(buffer, name, match), nullptr);
+
+    lookup.patch(claimed, 1);
+    NAMELocateNextName2(buffer, nullptr, &count);
+    EXPECT_EQ(count, 1u) << "the count word still limits a well-formed record";
+
+    lookup.patch(record + 8, 0); // a first match of length 0 would repeat for ever
+    lookup.patch(claimed, 2);
+    name = NAMELocateNextName2(buffer, nullptr, &count);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(NAMELocateNextMatch2(buffer, name, nullptr), nullptr);
+}
+
+TEST(NamesDamagedBuffer, ItemsOutsideTheirMatchAreAbsent)
+{
+    // match: length, count 2, {offset, size} x 2, then one value of 6 bytes
+    LookupBytes lookup;
+    lookup.dword(0);
+    lookup.dword(1);
+    size_t record = lookup.dword(0);
+    lookup.dword(1);
+    size_t match = lookup.dword(0);
+    lookup.dword(2);
+    size_t offset0 = lookup.dword(24);
+    size_t size0 = lookup.dword(6);
+    size_t offset1 = lookup.dword(24);
+    size_t size1 = lookup.dword(6);
+    lookup.word(TYPE_TEXT);
+    lookup.text("abcd");
+    lookup.patch(match, static_cast<DWORD>(lookup.bytes.size() - match));
+    lookup.patch(record, static_cast<DWORD>(lookup.bytes.size() - record));
+    char* buffer = lookup.finish();
+    void* name = NAMELocateNextName2(buffer, nullptr, nullptr);
+    void* first = NAMELocateNextMatch2(buffer, name, nullptr);
+    ASSERT_EQ(first, buffer + match);
+
+    WORD type = 0, size = 0;
+    ASSERT_NE(NAMELocateItem2(first, 1, &type, &size), nullptr);
+    EXPECT_EQ(size, 6);
+    EXPECT_EQ(textItem(first, 1), "abcd");
+
+    struct Damage {
+        size_t at;
+        DWORD value;
+        const char* what;
+    };
+    for (Damage damage : {Damage{size1, 7, "one byte past the match"}, Damage{size1, 0xFFFFFFFF, "size wraps"},
+                          Damage{offset1, 29, "offset past the value"}, Damage{offset1, 0x7FFFFFFF, "far away"},
+                          Damage{offset1, 4, "offset inside the header"}, Damage{size1, 1, "no room for the type"}}) {
+        lookup.patch(damage.at, damage.value);
+        char text[8];
+        EXPECT_EQ(NAMELocateItem2(first, 1, &type, &size), nullptr) << damage.what;
+        EXPECT_EQ(NAMEGetTextItem2(first, 1, 0, text, sizeof text), ERR_NO_SUCH_ITEM) << damage.what;
+        EXPECT_NE(NAMELocateItem2(first, 0, &type, &size), nullptr) << "item 0 is intact: " << damage.what;
+        lookup.patch(offset1, 24);
+        lookup.patch(size1, 6);
+    }
+
+    lookup.patch(match + 4, 3); // three items, but the match holds two table entries
+    EXPECT_EQ(NAMELocateItem2(first, 2, &type, &size), nullptr);
+    EXPECT_NE(NAMELocateItem2(first, 0, &type, &size), nullptr);
+    (void)offset0;
+    (void)size0;
+}
