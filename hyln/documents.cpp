@@ -195,6 +195,28 @@ struct Exporter {
     unsigned int handle = 0;
 };
 
+// Some operations report a runtime failure as a code only, without the error flag.
+bool failed(HyLNError status)
+{
+    return status.IsErrorSet() || status.GetErrorCode() != 0;
+}
+
+// The removals take a failed look-up for an absent item; a note that still holds its
+// attachments or body is not marked and not saved, so that it stays as it was.
+int checkStripped(HyLNDataDocument& note, const std::string& name, const Options& options)
+{
+    for (const char* item : {"$FILE", "Body"}) {
+        bool present = false;
+        HyLNError status = note.HasItem(item, present);
+        if (status.IsErrorSet())
+            return fail(status, "checking " + name, options.database);
+        if (present)
+            return failWith("stubbing " + name, options.database,
+                            std::string("the note still holds ") + item + " after its removal; it is left as it was");
+    }
+    return kSuccess;
+}
+
 int stubOne(const Options& options, DBHANDLE database, NOTEID id)
 {
     HyLNDataDocument note(database, id);
@@ -209,11 +231,13 @@ int stubOne(const Options& options, DBHANDLE database, NOTEID id)
     // Every change stays in the note in memory until the one update: the stored note is
     // either untouched or fully stubbed.
     if (!migrated) {
-        if ((status = note.GetMigrationDetails(details)).IsErrorSet() ||
-            (status = note.AddAttachmentInfo()).IsErrorSet() || (status = note.RemoveAttachments(removed)).IsErrorSet() ||
-            (status = note.RemoveMessageBody()).IsErrorSet() || (status = note.RemoveSealedFields()).IsErrorSet() ||
-            (status = note.SetItemText(kStubMarker, noteIdText(id))).IsErrorSet() ||
-            (status = note.Update(0)).IsErrorSet())
+        if (failed(status = note.GetMigrationDetails(details)) || failed(status = note.AddAttachmentInfo()) ||
+            failed(status = note.RemoveAttachments(removed)) || failed(status = note.RemoveMessageBody()) ||
+            failed(status = note.RemoveSealedFields()))
+            return fail(status, "stubbing " + name, options.database);
+        if (int failed = checkStripped(note, name, options))
+            return failed;
+        if (failed(status = note.SetItemText(kStubMarker, noteIdText(id))) || failed(status = note.Update(0)))
             return fail(status, "stubbing " + name, options.database);
     }
     output().record(name + (migrated ? ": already stubbed" : ": stubbed, " + std::to_string(details.AttachmentNumbers) +
@@ -227,39 +251,51 @@ int stubOne(const Options& options, DBHANDLE database, NOTEID id)
     return kSuccess;
 }
 
-// Runs `perNote` for every chosen note, with progress, until one fails or Ctrl-C.
-template <class PerNote>
-int forEachNote(const std::vector<NOTEID>& ids, const char* what, PerNote perNote, size_t& done)
-{
-    for (NOTEID id : ids) {
-        if (interrupted())
-            return kInterrupted;
-        if (int failed = perNote(id))
-            return failed;
-        output().progress(++done, what);
-    }
-    return interrupted() ? kInterrupted : kSuccess;
-}
+// The runtime, the database and the chosen notes for one per-note job.
+struct NoteJob {
+    Runtime runtime;
+    OpenDatabase database;
+    std::vector<NOTEID> ids;
 
-void summarize(const char* verb, size_t done, size_t chosen, const std::string& database)
-{
-    output().summary("\n" + std::string(verb) + " " + std::to_string(done) + " of " + std::to_string(chosen) +
-                         " notes of " + database + (interrupted() ? " (interrupted)" : ""),
-                     {{"notes", done}, {"chosen", chosen}, {"database", database}, {"interrupted", interrupted()}});
-}
+    int open(const Options& options)
+    {
+        if (int failed = runtime.start(options))
+            return failed;
+        if (int failed = database.open(options, runtime))
+            return failed;
+        return chooseNotes(options, database.handle(), ids);
+    }
+
+    // Runs `perNote` for every chosen note, with progress, until one fails or Ctrl-C,
+    // then writes the summary.
+    template <class PerNote>
+    int run(const Options& options, const char* verb, PerNote perNote)
+    {
+        size_t done = 0;
+        int result = kSuccess;
+        for (NOTEID id : ids) {
+            if (interrupted() || (result = perNote(id)) != kSuccess)
+                break;
+            output().progress(++done, (std::string("notes ") + verb).c_str());
+        }
+        if (interrupted())
+            result = kInterrupted;
+        output().summary("\n" + std::string(verb) + " " + std::to_string(done) + " of " + std::to_string(ids.size()) +
+                             " notes of " + options.database + (interrupted() ? " (interrupted)" : ""),
+                         {{"notes", done},
+                          {"chosen", ids.size()},
+                          {"database", options.database},
+                          {"interrupted", interrupted()}});
+        return result;
+    }
+};
 
 } // namespace
 
 int exportNotes(const Options& options)
 {
-    Runtime runtime;
-    OpenDatabase database;
-    std::vector<NOTEID> ids;
-    if (int failed = runtime.start(options))
-        return failed;
-    if (int failed = database.open(options, runtime))
-        return failed;
-    if (int failed = chooseNotes(options, database.handle(), ids))
+    NoteJob job;
+    if (int failed = job.open(options))
         return failed;
     std::error_code error;
     fs::create_directories(options.outDir, error);
@@ -270,29 +306,16 @@ int exportNotes(const Options& options)
     HyLNError status = HyLNUtilities::CreateDXLExporter(exporter.handle, properties);
     if (status.IsErrorSet())
         return fail(status, "creating the DXL exporter", options.database);
-    size_t done = 0;
-    int result = forEachNote(ids, "notes exported",
-                             [&](NOTEID id) { return exportOne(options, database.handle(), exporter.handle, id); }, done);
-    summarize("exported", done, ids.size(), options.database);
-    return result;
+    return job.run(options, "exported",
+                   [&](NOTEID id) { return exportOne(options, job.database.handle(), exporter.handle, id); });
 }
 
 int stubNotes(const Options& options)
 {
-    Runtime runtime;
-    OpenDatabase database;
-    std::vector<NOTEID> ids;
-    if (int failed = runtime.start(options))
+    NoteJob job;
+    if (int failed = job.open(options))
         return failed;
-    if (int failed = database.open(options, runtime))
-        return failed;
-    if (int failed = chooseNotes(options, database.handle(), ids))
-        return failed;
-    size_t done = 0;
-    int result = forEachNote(ids, "notes stubbed", [&](NOTEID id) { return stubOne(options, database.handle(), id); },
-                             done);
-    summarize("stubbed", done, ids.size(), options.database);
-    return result;
+    return job.run(options, "stubbed", [&](NOTEID id) { return stubOne(options, job.database.handle(), id); });
 }
 
 } // namespace hyln

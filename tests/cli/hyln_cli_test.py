@@ -168,6 +168,17 @@ class JsonOutput(unittest.TestCase):
         self.assertEqual(summaries, ["discover mailboxes", "discover databases", "discover additional"])
 
 
+def copy_server(source, target):
+    """A copy of a data directory whose notes.ini names the copy, not the original."""
+    shutil.rmtree(target, ignore_errors=True)
+    shutil.copytree(source, target)
+    ini = os.path.join(target, "notes.ini")
+    with open(ini) as original:
+        lines = ["Directory=" + target if line.startswith("Directory=") else line for line in original.read().split("\n")]
+    with open(ini, "w") as copy:
+        copy.write("\n".join(lines))
+
+
 def mail_file():
     return "mail/" + sorted(n for n in os.listdir(os.path.join(SERVER_DIR, "mail")) if n.endswith(".nsf"))[0]
 
@@ -209,8 +220,7 @@ class Notes(unittest.TestCase):
 
     def test_stub_strips_a_note_once_and_marks_it(self):
         data = os.path.join(WORK_DIR, "stub-server")
-        shutil.rmtree(data, ignore_errors=True)
-        shutil.copytree(SERVER_DIR, data)
+        copy_server(SERVER_DIR, data)
         first = run("--json", "--data", data, "stub", mail_file(), "--all")
         self.assertEqual(first.returncode, 0, first.stderr)
         stubbed = json_lines(first.stdout)[:-1]
