@@ -34,6 +34,8 @@ bool readHeader(std::ifstream& file, Elf64_Ehdr& header)
 
 std::string readText(std::ifstream& file, uint64_t offset, uint64_t size)
 {
+    if (size == 0)
+        return {};
     std::vector<char> text(size < kMaxStamp ? size : kMaxStamp);
     if (!readAt(file, offset, text.data(), text.size()))
         return {};
