@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "HYLNTool_HostInterface.h"
 #include "HYLNTool_Log.h"
@@ -690,7 +691,9 @@ HyLNError HyLNDataDocument::AddAttachmentInfo()
 {
     HyLNError status;
     size_t capacity = kAttachmentListStep;
-    char* buffer = static_cast<char*>(std::malloc(capacity));
+    // Owned here, so that an exception from the runtime, which this operation lets through,
+    // does not strand the list.
+    std::unique_ptr<char, void (*)(void*)> buffer(static_cast<char*>(std::malloc(capacity)), std::free);
     if (buffer == nullptr) {
         HYLN_LOG_AS("AddAttachmentInfo", 0, "Error: unable to allocate memory for AttachmentList.");
         status.SetCustomMessage(std::string("Failed to allocate Memory for AttachmentList"));
@@ -710,19 +713,17 @@ HyLNError HyLNDataDocument::AddAttachmentInfo()
             char* larger = static_cast<char*>(std::malloc(capacity + kAttachmentListStep));
             if (larger == nullptr) {
                 HYLN_LOG_AS("AddAttachmentInfo", 0, "Error: unable to allocate memory for pNewBuffer.");
-                std::free(buffer);
                 status.SetCustomMessage(std::string("Failed to allocate Memory for AttachmentList"));
                 return status;
             }
-            std::memcpy(larger, buffer, start);
-            std::free(buffer);
-            buffer = larger;
+            std::memcpy(larger, buffer.get(), start);
+            buffer.reset(larger);
             capacity += kAttachmentListStep;
         }
-        std::memcpy(buffer + start, fileName, length + 1);
+        std::memcpy(buffer.get() + start, fileName, length + 1);
     }
     // Each name ends in its zero byte; the count is a WORD, so a longer list keeps its low 16 bits.
-    STATUS result = HY_NSFItemSetText(noteHandle, "AttachmentData", buffer, static_cast<WORD>(used));
+    STATUS result = HY_NSFItemSetText(noteHandle, "AttachmentData", buffer.get(), static_cast<WORD>(used));
     if (result != NOERROR) {
         status.SetError(result);
         HYLN_LOG_AS("AddAttachmentInfo", 0,
@@ -730,7 +731,6 @@ HyLNError HyLNDataDocument::AddAttachmentInfo()
                     "Resulting error string: [%s].",
                     noteID, status.GetErrorCode(), status.GetMessage().c_str());
     }
-    std::free(buffer);
     return status;
 }
 
