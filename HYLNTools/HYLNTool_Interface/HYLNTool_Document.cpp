@@ -104,6 +104,22 @@ bool itemPresent(NOTEHANDLE noteHandle, const char* name, WORD length)
     return HY_NSFItemInfo(noteHandle, name, length, nullptr, nullptr, nullptr, nullptr) == NOERROR;
 }
 
+// Deletes one seal item if the note has it; false (status set, `failureLine` logged with
+// note ID, status and text) when the delete fails.
+bool removeSealItem(NOTEHANDLE noteHandle, NOTEID noteID, const char* name, const char* failureLine,
+                    HyLNError& status)
+{
+    WORD length = static_cast<WORD>(std::strlen(name));
+    if (!itemPresent(noteHandle, name, length))
+        return true;
+    STATUS result = HY_NSFItemDelete(noteHandle, name, length);
+    if (result == NOERROR)
+        return true;
+    status.SetError(result);
+    HYLN_LOG_AS("RemoveSealedFields", 0, failureLine, noteID, result, status.GetMessage().c_str());
+    return false;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -780,27 +796,15 @@ HyLNError HyLNDataDocument::RemoveSealedFields()
     if (noteHandle == NULLHANDLE)
         return nullNoteHandle();
     HyLNError status;
-    if (itemPresent(noteHandle, "$Seal", 5)) {
-        STATUS result = HY_NSFItemDelete(noteHandle, "$Seal", 5);
-        if (result != NOERROR) {
-            status.SetError(result);
-            HYLN_LOG_AS("RemoveSealedFields", 0,
-                        "Error: unable to remove $Seal field for note [%d]. NSFItemDelete(...) returned: [%d]. "
-                        "Resulting error string: [%s].",
-                        noteID, result, status.GetMessage().c_str());
-            return status;
-        }
-    }
-    if (itemPresent(noteHandle, "$SealData", 9)) {
-        STATUS result = HY_NSFItemDelete(noteHandle, "$SealData", 9);
-        if (result != NOERROR) {
-            status.SetError(result);
-            HYLN_LOG_AS("RemoveSealedFields", 0,
-                        "Error: unable to remove $SealData field for note [%d]. NSFItemDelete(...) returned: [%d]. "
-                        "Resulting error string: [%s].",
-                        noteID, result, status.GetMessage().c_str());
-        }
-    }
+    // $SealData is left alone when $Seal cannot be removed.
+    if (removeSealItem(noteHandle, noteID, "$Seal",
+                       "Error: unable to remove $Seal field for note [%d]. NSFItemDelete(...) returned: [%d]. "
+                       "Resulting error string: [%s].",
+                       status))
+        removeSealItem(noteHandle, noteID, "$SealData",
+                       "Error: unable to remove $SealData field for note [%d]. NSFItemDelete(...) returned: [%d]. "
+                       "Resulting error string: [%s].",
+                       status);
     return status;
 }
 
