@@ -1028,19 +1028,37 @@ bool isSettableExportProperty(DXL_EXPORT_PROPERTY property)
     return (property >= 3 && property <= 7) || (property >= 30 && property <= 34);
 }
 
+// Creates an importer; on failure the status holds the code and `function`'s line is logged.
+bool createImporter(const char* function, unsigned int& importer, HyLNError& status)
+{
+    STATUS result = HY_DXLCreateImporter(&importer);
+    if (result == NOERROR)
+        return true;
+    status.SetError(result);
+    HYLN_LOG_AS(function, 0, "Error: unable to create DXL importer. DXLCreateImporter(...) returned: [%d] %s\n",
+                result, status.GetMessage().c_str());
+    return false;
+}
+
+// Sets one property; a refused one deletes the importer (the caller's variable keeps its value).
+bool setImporterProperty(unsigned int importer, DXL_IMPORT_PROPERTY key, void* value, HyLNError& status)
+{
+    STATUS result = HY_DXLSetImporterProperty(importer, key, value);
+    if (result == NOERROR)
+        return true;
+    status.SetError(result);
+    HY_DXLDeleteImporter(importer);
+    return false;
+}
+
 } // namespace
 
 HyLNError HyLNUtilities::CreateDXLImporter(unsigned int& importer, std::map<DXL_IMPORT_PROPERTY, void*>& properties)
 {
     HyLNError status;
     try {
-        STATUS result = HY_DXLCreateImporter(&importer);
-        if (result != NOERROR) {
-            status.SetError(result);
-            HYLN_LOG(0, "Error: unable to create DXL importer. DXLCreateImporter(...) returned: [%d] %s\n", result,
-                     status.GetMessage().c_str());
+        if (!createImporter(__func__, importer, status))
             return status;
-        }
         for (auto& property : properties) {
             // Only these two reach the importer; the host's other options are not ours to pass on.
             if (property.first == kDocumentsImportOption) {
@@ -1051,12 +1069,8 @@ HyLNError HyLNUtilities::CreateDXLImporter(unsigned int& importer, std::map<DXL_
                 HYLN_LOG(0, "unknown import prop");
                 continue;
             }
-            result = HY_DXLSetImporterProperty(importer, property.first, property.second);
-            if (result != NOERROR) {
-                status.SetError(result);
-                HY_DXLDeleteImporter(importer);
+            if (!setImporterProperty(importer, property.first, property.second, status))
                 return status;
-            }
         }
     } catch (...) {
         HYLN_LOG(0, "Caught exception in createDXLImporter\n");
@@ -1068,20 +1082,11 @@ HyLNError HyLNUtilities::CreateAclDXLImporter(unsigned int& importer, std::map<D
 {
     HyLNError status;
     try {
-        STATUS result = HY_DXLCreateImporter(&importer);
-        if (result != NOERROR) {
-            status.SetError(result);
-            HYLN_LOG(0, "Error: unable to create DXL importer. DXLCreateImporter(...) returned: [%d] %s\n", result,
-                     status.GetMessage().c_str());
+        if (!createImporter(__func__, importer, status))
             return status;
-        }
         for (auto& property : properties) {
-            result = HY_DXLSetImporterProperty(importer, property.first, property.second);
-            if (result != NOERROR) {
-                status.SetError(result);
-                HY_DXLDeleteImporter(importer);
+            if (!setImporterProperty(importer, property.first, property.second, status))
                 return status;
-            }
         }
     } catch (...) {
         HYLN_LOG(0, "Caught exception in createAclDXLImporter\n");
