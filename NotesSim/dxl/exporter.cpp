@@ -513,20 +513,6 @@ std::shared_ptr<DxlExporter> lookupExporter(DXLEXPORTHANDLE handle)
     return findAs<DxlExporter>(handle, HandleKind::DxlExporter);
 }
 
-// The items an export shows: a note opened for its summary still exports all of them.
-STATUS exportedItems(const NoteObject& note, Storage& storage, std::vector<ItemRecord>& out)
-{
-    out = itemRecords(note);
-    if (!note.summaryOnly)
-        return NOERROR;
-    std::vector<ItemRecord> stored;
-    STATUS status = storage.readItems(note.record.id, false, stored);
-    for (ItemRecord& item : stored)
-        if ((item.flags & ITEM_SUMMARY) == 0)
-            out.push_back(std::move(item));
-    return status;
-}
-
 bool booleanOf(const void* value)
 {
     int flag = 0;
@@ -617,7 +603,7 @@ STATUS impl::DXLExportNote(DXLEXPORTHANDLE hDXLExport, XML_WRITE_FUNCTION pDXLWr
     if (status != NOERROR)
         return status;
     std::vector<sim::ItemRecord> items;
-    status = sim::exportedItems(*note, *storage, items);
+    status = sim::completeItems(*note, *storage, items);
     if (status != NOERROR)
         return status;
     std::string text;

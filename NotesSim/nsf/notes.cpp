@@ -21,6 +21,20 @@ STATUS lookupNoteAndStorage(NOTEHANDLE handle, std::shared_ptr<NoteObject>& note
     return status != NOERROR ? status : lookupStorage(note->database, storage);
 }
 
+// An update writes these: a summary-only open must not drop the items it did not read.
+STATUS completeItems(const NoteObject& note, Storage& storage, std::vector<ItemRecord>& out)
+{
+    out = itemRecords(note);
+    if (!note.summaryOnly)
+        return NOERROR;
+    std::vector<ItemRecord> stored;
+    STATUS status = storage.readItems(note.record.id, false, stored);
+    for (ItemRecord& item : stored)
+        if ((item.flags & ITEM_SUMMARY) == 0)
+            out.push_back(std::move(item));
+    return status;
+}
+
 namespace {
 
 // Summary items travel in buffers whose length is a WORD.
@@ -115,21 +129,6 @@ STATUS openNoteById(DBHANDLE hDB, NOTEID NoteID, DWORD flags, NOTEHANDLE* rethNo
     if (status == NOERROR)
         status = storage->findNote(NoteID, record);
     return status != NOERROR ? status : openNote(hDB, storage, record, flags, rethNote);
-}
-
-// What an update writes: the note's items, plus the non-summary items a
-// summary-only open left in the file.
-STATUS itemsToSave(const NoteObject& note, Storage& storage, std::vector<ItemRecord>& out)
-{
-    out = itemRecords(note);
-    if (!note.summaryOnly)
-        return NOERROR;
-    std::vector<ItemRecord> stored;
-    STATUS status = storage.readItems(note.record.id, false, stored);
-    for (ItemRecord& item : stored)
-        if ((item.flags & ITEM_SUMMARY) == 0)
-            out.push_back(std::move(item));
-    return status;
 }
 
 size_t summaryBytes(const NoteObject& note)
@@ -236,7 +235,7 @@ STATUS impl::NSFNoteUpdate(NOTEHANDLE hNote, WORD UpdateFlags)
     how.modifiedWhenOpened = note->modifiedWhenOpened;
     how.force = (UpdateFlags & UPDATE_FORCE) != 0;
     std::vector<sim::ItemRecord> items;
-    status = sim::itemsToSave(*note, *storage, items);
+    status = sim::completeItems(*note, *storage, items);
     if (status == NOERROR)
         status = storage->saveNote(note->record, items, how);
     if (status == NOERROR)

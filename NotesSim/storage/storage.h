@@ -221,6 +221,8 @@ void addItem(NoteObject& note, const std::string& name, WORD flags, const std::v
 void releaseItem(NoteItem& item);
 bool sameItemName(const std::string& name, const char* other, size_t length);
 std::vector<ItemRecord> itemRecords(const NoteObject& note);
+// Every item of the note, also the non-summary ones a summary-only open left in the file.
+STATUS completeItems(const NoteObject& note, Storage& storage, std::vector<ItemRecord>& out);
 // The BLOCKID of a block of the note's (one pool per block, offset 0).
 BLOCKID blockOf(DHANDLE pool);
 // The item's header block: flags, name length, type, value length, then the name.
