@@ -628,11 +628,8 @@ STATUS impl::DXLExportACL(DXLEXPORTHANDLE hDXLExport, XML_WRITE_FUNCTION pDXLWri
         return sim::STS_INVALID_HANDLE;
     if (pDXLWriteFunc == nullptr)
         return sim::STS_BAD_ARGUMENT;
-    std::shared_ptr<sim::Storage> storage;
     std::vector<char> image;
-    STATUS status = sim::lookupStorage(hDB, storage);
-    if (status == NOERROR)
-        status = storage->readAcl(image);
+    STATUS status = sim::readAclOf(hDB, image);
     if (status != NOERROR)
         return status;
     std::string text;

@@ -32,6 +32,13 @@ STATUS lookupStorage(DBHANDLE handle, std::shared_ptr<Storage>& out)
     return NOERROR;
 }
 
+STATUS readAclOf(DBHANDLE handle, std::vector<char>& image)
+{
+    std::shared_ptr<Storage> storage;
+    STATUS status = lookupStorage(handle, storage);
+    return status != NOERROR ? status : storage->readAcl(image);
+}
+
 namespace {
 
 constexpr WORD kLastDbClass = 0xFF1F;
@@ -323,11 +330,8 @@ STATUS impl::NSFDbReadACL(DBHANDLE hDB, DHANDLE* rethACL)
 {
     if (rethACL == nullptr)
         return sim::STS_BAD_ARGUMENT;
-    std::shared_ptr<sim::Storage> storage;
     std::vector<char> image;
-    STATUS status = sim::lookupStorage(hDB, storage);
-    if (status == NOERROR)
-        status = storage->readAcl(image);
+    STATUS status = sim::readAclOf(hDB, image);
     if (status != NOERROR)
         return status;
     if (image.empty())

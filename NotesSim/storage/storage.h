@@ -210,6 +210,8 @@ struct NoteObject : HandleObject {
 // STS_INVALID_HANDLE, a directory ERR_DIRECTORY.
 STATUS lookupDatabase(DBHANDLE handle, std::shared_ptr<DatabaseObject>& out);
 STATUS lookupStorage(DBHANDLE handle, std::shared_ptr<Storage>& out);
+// The ACL image of the database behind `handle`.
+STATUS readAclOf(DBHANDLE handle, std::vector<char>& image);
 STATUS lookupNote(NOTEHANDLE handle, std::shared_ptr<NoteObject>& out);
 // The note and the storage of the database it belongs to.
 STATUS lookupNoteAndStorage(NOTEHANDLE handle, std::shared_ptr<NoteObject>& note,
