@@ -3,6 +3,7 @@
 #ifndef HYLNTOOL_DATABASE_H
 #define HYLNTOOL_DATABASE_H
 
+#include <map>
 #include <string>
 
 #include "HYLNTool_Error.h"
@@ -52,6 +53,54 @@ public:
     HyLNError SetInfo(char* info);
     HyLNError SetReplicaInfo(DBREPLICAINFO* info);
 
+    // Note selection. The tables made here are never destroyed by this class.
+    HyLNError DiscoverUnReadDocuments();
+    HyLNError DiscoverModifiedDocuments(TIMEDATE since, TIMEDATE* until, unsigned short noteClassMask,
+                                        unsigned int* table);
+    bool NoteIDScan(unsigned int& table, int first, unsigned int* noteID);
+    HyLNError GetNoteUnreadStatus(unsigned int noteID, bool& unread);
+    HyLNError Search(unsigned int formula, char* viewTitle, unsigned short searchFlags,
+                     unsigned short noteClassMask, TIMEDATE* since, NSFSEARCHPROC* action,
+                     void* context, TIMEDATE* until);
+    HyLNError ProfileEnum(const char* profileName, unsigned short nameLength,
+                          NSFPROFILEENUMPROC enumerator, void* context, unsigned int flags);
+    HyLNError GetNoteInfoByUNID(UNIVERSALNOTEID* unid, unsigned int* noteID, ORIGINATORID* oid,
+                                TIMEDATE* modified, unsigned short* noteClass);
+    HyLNError GetViews();
+
+    // Folder filtering. `folders` holds names separated by ';' and is changed in place.
+    HyLNError FilterDocumentsOfFolders(std::string& folders, unsigned int& table, unsigned long mode);
+    HyLNError AddSubFolders(std::string& folders);
+
+    // Folder reconstruction on restore; `text` is not read.
+    HyLNError PutNotesInFolders(char* buffer, unsigned int length, const char* text);
+
+    // Database objects and runtime memory blocks.
+    HyLNError AllocObject(unsigned int size, unsigned short objectClass, unsigned short privileges,
+                          unsigned int* objectID);
+    HyLNError WriteObject(unsigned int objectID, unsigned int memoryHandle, unsigned int offset,
+                          unsigned int length);
+    HyLNError FreeObject(unsigned int objectID);
+    HyLNError ReadObject(unsigned int objectID, unsigned int offset, unsigned int length,
+                         unsigned int* memoryHandle);
+    HyLNError MemAllocObject(unsigned short type, unsigned int size, unsigned int* memoryHandle);
+    HyLNError GetObjectSize(unsigned int& memoryHandle, unsigned int* size);
+    void* LockObject(unsigned int& memoryHandle);
+    bool UnlockObject(unsigned int& memoryHandle);
+    unsigned short MemFreeObject(unsigned int& memoryHandle);
+
+    // ACL, replica location and the operations that do nothing.
+    HyLNError StoreACL(unsigned int size, unsigned int objectID, unsigned short method, char* acl);
+    HyLNError ExportACL(unsigned int& exporter, NoteExportRecord* record);
+    HyLNError ExportACL();
+    HyLNError ImportAllDataDocuments();
+    HyLNError CheckDXLErrorLog(unsigned int importer);
+    HyLNError LocateByReplicaID(std::string replicaID, std::string& path);
+
+    // Transaction logging of this database.
+    HyLNError DbGetLogInfo(int& logged, UNIVERSALNOTEID& logId, UNIVERSALNOTEID& dbInstanceId,
+                           unsigned int& logExtent);
+
     std::string name;
     DBHANDLE handle = NULLHANDLE;
     std::string spareText1;
@@ -73,5 +122,58 @@ private:
     void closeHandleBeforeReopen();
     HyLNError openPath(const std::string& path);
 };
+
+// The match callback of GetViews: sends each view and folder title to the host.
+// `context` points to the database handle.
+HYLN_EXPORT unsigned short ForEachViewName(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary);
+
+// One view or folder design note of an open database. The view copies the
+// database's name and handle, so the database must stay open while it is used.
+class HYLN_EXPORT HyLNView {
+public:
+    HyLNView(HyLNDatabase& db, std::string name);
+    HyLNView(HyLNDatabase& db, unsigned int noteId);
+    virtual ~HyLNView();
+
+    HyLNError FindID(unsigned int& noteId);
+    HyLNError Open(unsigned short flags);
+    HyLNError Close();
+    HyLNError GetItemInfo(std::string itemName, unsigned short& dataType, BLOCKID& valueBlock,
+                          unsigned int& valueLength);
+    HyLNError OpenCollection(unsigned short openFlags, unsigned int unreadList, unsigned short* collection,
+                             unsigned int* viewNote, UNIVERSALNOTEID* viewUnid,
+                             unsigned int* collapsedList, unsigned int* selectedList);
+    HyLNError ReadColection(unsigned short* collection, COLLECTIONPOSITION* position,
+                            unsigned short skipNavigator, unsigned int skipCount,
+                            unsigned short returnNavigator, unsigned int returnCount,
+                            unsigned int returnMask, unsigned int* buffer, unsigned short* bufferLength,
+                            unsigned int* skipped, unsigned int* returned, unsigned short* signalFlags);
+    HyLNError CloseCollection(unsigned short& collection);
+
+    // Column titles: 0x12 before each visible title; fills columnIndex and columnCount.
+    HyLNError GetCoulmnTitles(std::string* titles);
+    // One index line: "%08x" note ID, 0x12, then each visible column's text and 0x12.
+    // A column missing from columnIndex counts as visible with flags 0.
+    int AddEntryToNoteIndex(char* line, unsigned char* summary, unsigned int noteId,
+                            INDEXSPECIALINFO specialInfo, COLLECTIONPOSITION position,
+                            unsigned short spare);
+
+    NOTEHANDLE noteHandle = NULLHANDLE;
+    std::string viewName;
+    NOTEID noteId = 0;
+    std::string dbName;
+    DBHANDLE dbHandle = NULLHANDLE;
+    std::string columnTitles;
+    unsigned int columnCount = 0;
+    std::map<std::string, unsigned short>* columnIndex;
+};
+
+// Column classes by their VIEW_COLUMN_FORMAT flags word.
+HYLN_EXPORT bool isCategory(int flags);
+HYLN_EXPORT bool isIcon(int flags);
+HYLN_EXPORT bool isResponse(int flags);
+HYLN_EXPORT bool isHidden(int flags);
+// Renders a time-range value (behind its type word); returns the position behind what it read.
+HYLN_EXPORT unsigned char* convertTimeRange(unsigned char* value, char* out);
 
 #endif

@@ -201,6 +201,16 @@ public:
     // Archiving criteria: the text is not interpreted; the result is a default record.
     static DbMigrateCriteria getMigrateCriteria(std::string criteria);
 
+    // Index text: bytes below 32, 255 and \ / : * ? " < > | % become spaces, in place.
+    static void NormalizeText(char* text);
+
+    // Transaction-log archiving; the library keeps no state between these calls.
+    static HyLNError beginArchivinglogs();
+    static HyLNError endArchivinglogs();
+    static HyLNError getTransactionExtent(UNIVERSALNOTEID& logId, unsigned int& logNumber, char* logPath,
+                                          bool first);
+    static HyLNError getTransLogStyle(unsigned short& style);
+
     // Mailbox discovery.
     static void InitializeMBLookup(MailboxLookupStruct& lookup, bool fetchFullName);
     // Collects mail-file paths into a std::set<std::string> (or path -> full name into a
