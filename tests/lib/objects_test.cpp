@@ -209,7 +209,12 @@ protected:
     }
     HyLNError locate(const std::string& replicaID, std::string& path)
     {
-        HyLNInstance instance("label\x12" + dataDir, kServer);
+        return locateUnder(dataDir, replicaID, path);
+    }
+    HyLNError locateUnder(const std::string& directory, const std::string& replicaID, std::string& path)
+    {
+        HyLNInstance instance("label\x12" + directory, kServer);
+        instance.SetDataDirectory(directory);
         HyLNDatabase db("unopened.nsf", instance);
         return db.LocateByReplicaID(replicaID, path);
     }
@@ -262,6 +267,7 @@ TEST_F(ReplicaLocation, UnopenableDataDirectoryAndFailedTranslationAreLogged)
     sim().clearFaults();
 
     captureLog();
+    sim().traceClear();
     sim().setFault("NSFDbOpen", ERR_NOEXIST, 0, 0);
     HyLNError error = locate("8525721B:0052A1C3", path);
     EXPECT_EQ(error.GetErrorCode(), ERR_NOEXIST);
@@ -269,6 +275,12 @@ TEST_F(ReplicaLocation, UnopenableDataDirectoryAndFailedTranslationAreLogged)
                                              "]. NSFDbOpen(...) returned: [0]. Resulting error string: "
                                              "[File does not exist].");
     EXPECT_EQ(sim().callCount("NSFDbLocateByReplicaID"), 0u);
+    sim().clearFaults();
+
+    // Without a data directory nothing is opened and the runtime is asked with no handle.
+    captureLog();
+    EXPECT_EQ(locateUnder("", "8525721B:0052A1C3", path).GetErrorCode(), ERR_NULL_DBHANDLE);
+    EXPECT_TRUE(logged("LocateByReplicaID", 0, "OSTranslate failed on db name: "));
 }
 
 } // namespace
