@@ -1,7 +1,9 @@
 // HyLNDatabase: one Domino database, its handle and its descriptive data.
 #include "HYLNTool_Database.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -58,6 +60,20 @@ bool rejectEmptyName(const std::string& dbName, HyLNError& error)
     return true;
 }
 
+// `path` in the runtime's character set (LMBCS), at most NETWORK_PATH_SIZE bytes;
+// false when the translation gave nothing.
+bool translatedPath(const std::string& path, std::string& translated)
+{
+    // One spare byte keeps the text terminated whatever the translation writes.
+    char buffer[NETWORK_PATH_SIZE + 1] = {};
+    if (HyLNUtilities::NotesTranslate(OS_TRANSLATE_UTF8_TO_LMBCS, path.c_str(),
+                                      static_cast<unsigned short>(path.size()), buffer,
+                                      NETWORK_PATH_SIZE) == 0)
+        return false;
+    translated = buffer;
+    return true;
+}
+
 // The runtime's form of dbName (in LMBCS) for opening it; when the conversion fails
 // the bare name is opened instead, as callers rely on for local databases.
 HyLNError networkPathOf(const std::string& server, const std::string& dbName, std::string& path)
@@ -69,16 +85,11 @@ HyLNError networkPathOf(const std::string& server, const std::string& dbName, st
                     dbName.c_str(), server.c_str());
         return error;
     }
-    // One spare byte keeps the text terminated whatever the translation writes.
-    char buffer[NETWORK_PATH_SIZE + 1] = {};
-    if (!networkPath.empty() &&
-        HyLNUtilities::NotesTranslate(OS_TRANSLATE_UTF8_TO_LMBCS, networkPath.c_str(),
-                                      static_cast<unsigned short>(networkPath.size()), buffer,
-                                      NETWORK_PATH_SIZE) == 0) {
+    path.clear();
+    if (!networkPath.empty() && !translatedPath(networkPath, path)) {
         HYLN_LOG_AS("Open", 0, "NotesTranslate failed on db name: %s", dbName.c_str());
-        std::snprintf(buffer, sizeof buffer, "%s", dbName.c_str());
+        path = dbName;
     }
-    path = buffer;
     return error;
 }
 
@@ -410,4 +421,193 @@ HyLNError HyLNDatabase::SetReplicaInfo(DBREPLICAINFO* info)
     if (handle == NULLHANDLE)
         return invalidHandleError();
     return codeOf(HY_NSFDbReplicaInfoSet(handle, info));
+}
+
+// ---------------------------------------------------------------------------
+// Database objects, runtime memory blocks, ACL and replica location
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const unsigned short MEMORY_BLOCK_TYPE = 0;
+const size_t REPLICA_TEXT_SIZE = 1024;
+const size_t REPLICA_WORD_DIGITS = 8;
+const WORD LOCATED_PATH_SIZE = 256;
+
+// The two hexadecimal words of "HHHHHHHH:LLLLLLLL" (at most eight digits of each
+// are read), high-order word first; false when the text has no colon.
+bool splitReplicaID(const std::string& replicaID, std::string& high, std::string& low)
+{
+    std::string text = replicaID.substr(0, REPLICA_TEXT_SIZE - 1);
+    size_t colon = text.find(':');
+    if (colon == std::string::npos)
+        return false;
+    high = text.substr(0, std::min(colon, REPLICA_WORD_DIGITS));
+    low = text.substr(colon + 1, REPLICA_WORD_DIGITS);
+    return true;
+}
+
+} // namespace
+
+// The object operations pass a closed database on as a message and a runtime
+// failure as its code alone; only ReadObject logs.
+HyLNError HyLNDatabase::AllocObject(unsigned int size, unsigned short objectClass, unsigned short privileges,
+                                    unsigned int* objectID)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    return codeOf(HY_NSFDbAllocObject(handle, size, objectClass, privileges, objectID));
+}
+
+HyLNError HyLNDatabase::WriteObject(unsigned int objectID, unsigned int memoryHandle, unsigned int offset,
+                                    unsigned int length)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    return codeOf(HY_NSFDbWriteObject(handle, objectID, memoryHandle, offset, length));
+}
+
+HyLNError HyLNDatabase::FreeObject(unsigned int objectID)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    return codeOf(HY_NSFDbFreeObject(handle, objectID));
+}
+
+HyLNError HyLNDatabase::ReadObject(unsigned int objectID, unsigned int offset, unsigned int length,
+                                   unsigned int* memoryHandle)
+{
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    HyLNError error = statusOf(HY_NSFDbReadObject(handle, objectID, offset, length, memoryHandle));
+    if (error.IsErrorSet())
+        HYLN_LOG(0, "Error: Failed to read object. ObjectID - %lu, offset - %lu, size - %lu, Db - %s. "
+                    "NSFDbReadObject(...) returned %d - %s",
+                 static_cast<unsigned long>(objectID), static_cast<unsigned long>(offset),
+                 static_cast<unsigned long>(length), name.c_str(), error.GetErrorCode(),
+                 error.GetMessage().c_str());
+    return error;
+}
+
+HyLNError HyLNDatabase::MemAllocObject(unsigned short type, unsigned int size, unsigned int* memoryHandle)
+{
+    return codeOf(HY_OSMemAlloc(type, size, memoryHandle));
+}
+
+// Succeeds on an open database whatever the runtime answers.
+HyLNError HyLNDatabase::GetObjectSize(unsigned int& memoryHandle, unsigned int* size)
+{
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    HY_OSMemGetSize(memoryHandle, size);
+    return HyLNError();
+}
+
+void* HyLNDatabase::LockObject(unsigned int& memoryHandle) { return HY_OSLockObject(memoryHandle); }
+
+bool HyLNDatabase::UnlockObject(unsigned int& memoryHandle) { return HY_OSUnlockObject(memoryHandle) != FALSE; }
+
+unsigned short HyLNDatabase::MemFreeObject(unsigned int& memoryHandle) { return HY_OSMemFree(memoryHandle); }
+
+// A failed allocation leaves code 0 with the error flag and the runtime's text.
+HyLNError HyLNDatabase::StoreACL(unsigned int size, unsigned int objectID, unsigned short method, char* acl)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    DHANDLE block = NULLHANDLE;
+    HyLNError error = MemAllocObject(MEMORY_BLOCK_TYPE, size, &block);
+    if (error.GetErrorCode() != NOERROR) {
+        error.SetError(error.GetErrorCode());
+        error.SetErrorCode(0);
+        HYLN_LOG(0, "OSMemAlloc() failed, %s", error.GetMessage().c_str());
+        return error;
+    }
+    std::memcpy(LockObject(block), acl, size);
+    UnlockObject(block);
+    HYLN_LOG(2, "Setting ACL...");
+    STATUS status = HY_NSFDbStoreACL(handle, block, objectID, method);
+    if (status != NOERROR) {
+        error = codeOf(status);
+        HYLN_LOG(2, "Cannot store ACL information - %s", HyLNUtilities::GetNotesErrorMsg(status).c_str());
+    }
+    MemFreeObject(block);
+    return error;
+}
+
+HyLNError HyLNDatabase::ExportACL(unsigned int& exporter, NoteExportRecord* record)
+{
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    HyLNError error;
+    try {
+        error = statusOf(HY_DXLExportACL(exporter, HyLNUtilities::DXLExportStreamFunc, handle, record));
+    } catch (...) {
+        error.SetCustomMessage("Caught exception in exporting ACL\n");
+    }
+    return error;
+}
+
+HyLNError HyLNDatabase::ExportACL() { return HyLNError(); }
+
+HyLNError HyLNDatabase::ImportAllDataDocuments() { return HyLNError(); }
+
+HyLNError HyLNDatabase::CheckDXLErrorLog(unsigned int) { return HyLNError(); }
+
+// The database of the instance's data directory (or below it) whose replica ID is
+// `replicaID`; `path` receives its path relative to the data directory.
+HyLNError HyLNDatabase::LocateByReplicaID(std::string replicaID, std::string& path)
+{
+    HyLNError error;
+    std::string high;
+    std::string low;
+    if (!splitReplicaID(replicaID, high, low)) {
+        error.SetCustomMessage("Invalid replica ID [%s]: no colon between its two words", replicaID.c_str());
+        HYLN_LOG(0, "%s", error.GetMessage().c_str());
+        return error;
+    }
+    HYLN_LOG(0, "str time = %s, str date = %s", high.c_str(), low.c_str());
+    DBID replica{};
+    replica.Innards[0] = static_cast<DWORD>(std::strtoul(low.c_str(), nullptr, 16));
+    replica.Innards[1] = static_cast<DWORD>(std::strtoul(high.c_str(), nullptr, 16));
+    HYLN_LOG(0, "time = %lu, date = %lu", static_cast<unsigned long>(replica.Innards[1]),
+             static_cast<unsigned long>(replica.Innards[0]));
+
+    std::string dataDirectory = instance.GetDataDirectory();
+    std::string directory;
+    if (!translatedPath(dataDirectory, directory)) {
+        HYLN_LOG(0, "OSTranslate failed on db name: %s", dataDirectory.c_str());
+        directory = dataDirectory;
+    }
+    DBHANDLE directoryHandle = NULLHANDLE;
+    error = HyLNUtilities::OpenDirectory(directory, directoryHandle);
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Unable to open data directory : [%s]. NSFDbOpen(...) returned: [%d]. Resulting error "
+                    "string: [%s].",
+                 directory.c_str(), 0, error.GetMessage().c_str());
+        return error;
+    }
+    char found[LOCATED_PATH_SIZE] = {};
+    STATUS status = HY_NSFDbLocateByReplicaID(directoryHandle, &replica, found, LOCATED_PATH_SIZE - 1);
+    if (status != NOERROR) {
+        error.SetError(status);
+        HYLN_LOG(0, "Skipping database: unable to locate db using ReplicaId [%08x:%08x]. "
+                    "NSFDbLocateByReplicaID(...) returned: [%d]. Resulting error string: [%s].",
+                 replica.Innards[1], replica.Innards[0], status, error.GetMessage().c_str());
+        HyLNUtilities::CloseDirectory(directoryHandle);
+        return error;
+    }
+    path = found;
+    HyLNUtilities::CloseDirectory(directoryHandle);
+    return error;
+}
+
+// ---------------------------------------------------------------------------
+// Transaction logging of this database
+// ---------------------------------------------------------------------------
+
+// A closed database's handle 0 goes to the runtime, which answers for it.
+HyLNError HyLNDatabase::DbGetLogInfo(int& logged, UNIVERSALNOTEID& logId, UNIVERSALNOTEID& dbInstanceId,
+                                     unsigned int& logExtent)
+{
+    return statusOf(HY_NSFDbGetLogInfo(handle, 0, &logged, &logId, &dbInstanceId, &logExtent));
 }

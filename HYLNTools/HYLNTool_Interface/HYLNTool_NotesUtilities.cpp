@@ -349,6 +349,47 @@ HyLNError HyLNUtilities::CloseDirectory(unsigned int& handle)
     return status;
 }
 
+// ---- Transaction-log archiving ----
+
+namespace {
+
+HyLNError archivingStatus(STATUS result)
+{
+    HyLNError status;
+    if (result != NOERROR)
+        status.SetError(result);
+    return status;
+}
+
+// The extent walk and the style read share one failure line, word for word.
+HyLNError logStatus(const char* function, STATUS result)
+{
+    HyLNError status = archivingStatus(result);
+    if (result != NOERROR)
+        HYLN_LOG_AS(function, 0, "error in getting trnasactional log style error %s", status.GetMessage().c_str());
+    return status;
+}
+
+} // namespace
+
+HyLNError HyLNUtilities::beginArchivinglogs() { return archivingStatus(HY_NSFBeginArchivingLogs()); }
+
+HyLNError HyLNUtilities::endArchivinglogs() { return archivingStatus(HY_NSFEndArchivingLogs()); }
+
+// The end of the walk comes back as a failure like any other; the host tells them apart by the code.
+HyLNError HyLNUtilities::getTransactionExtent(UNIVERSALNOTEID& logId, unsigned int& logNumber, char* logPath,
+                                             bool first)
+{
+    STATUS result = first ? HY_NSFGetFirstLogToArchive(&logId, &logNumber, logPath)
+                          : HY_NSFGetNextLogToArchive(&logId, &logNumber, logPath);
+    return logStatus(__func__, result);
+}
+
+HyLNError HyLNUtilities::getTransLogStyle(unsigned short& style)
+{
+    return logStatus(__func__, HY_NSFGetTransLogStyle(&style));
+}
+
 // ---- Archiving records ----
 
 DbMigrateCriteria HyLNUtilities::getMigrateCriteria(std::string)

@@ -79,6 +79,8 @@ constexpr Message kMessages[] = {
     {sim::STS_DXL_EXPORT_FAILED, "DXL exporter operation failed"},
     {sim::STS_DXL_IMPORT_FAILED, "DXL importer operation failed"},
     {sim::STS_FAULT_LIST, "The simulated runtime's fault list is malformed."}, // named in findText when known
+    {sim::STS_NO_ARCHIVING_SESSION, "No transaction log archiving is in progress: call NSFBeginArchivingLogs first."},
+    {sim::STS_DATABASE_OFFLINE, "The database has been taken offline."},
 };
 
 constexpr bool sortedByCode()

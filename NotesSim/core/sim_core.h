@@ -49,6 +49,8 @@ enum : STATUS {
     STS_DXL_EXPORT_FAILED = 0x3F0C,
     STS_DXL_IMPORT_FAILED = 0x3F0D,
     STS_FAULT_LIST = 0x3F0E,         // HYSIM_FAULTS has a malformed entry: the runtime will not start
+    STS_NO_ARCHIVING_SESSION = 0x3F0F, // a log-archiving call without NSFBeginArchivingLogs
+    STS_DATABASE_OFFLINE = 0x3F10,   // the database was taken offline (NSFTakeDatabaseOffline)
 };
 
 constexpr size_t kEntryCount = 0

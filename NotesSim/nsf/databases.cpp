@@ -6,6 +6,8 @@
 #include <map>
 #include <memory>
 
+#include "availability.h"
+#include "dirsearch.h"
 #include "paths.h"
 #include "sim_core.h"
 #include "storage.h"
@@ -140,23 +142,40 @@ namespace {
 // handles open (discovery never closes the mail files it reports). The storage
 // bounds the SQLite connections, and so the file descriptors, behind them. Keyed by
 // inode too, so a file re-created under the same name gets a storage of its own.
-STATUS sharedStorage(const std::string& path, std::shared_ptr<sim::Storage>& out)
+std::map<std::string, std::weak_ptr<sim::Storage>>& openStorages()
 {
     static std::map<std::string, std::weak_ptr<sim::Storage>> open;
+    return open;
+}
+
+std::string storageKey(const std::string& path)
+{
     struct stat info;
     std::string key = path;
     if (stat(path.c_str(), &info) == 0)
         key += ":" + std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
-    out = open[key].lock();
+    return key;
+}
+
+STATUS sharedStorage(const std::string& path, std::shared_ptr<sim::Storage>& out)
+{
+    std::weak_ptr<sim::Storage>& shared = openStorages()[storageKey(path)];
+    out = shared.lock();
     if (out)
         return NOERROR;
     STATUS status = sim::Storage::open(path, out);
     if (status == NOERROR)
-        open[key] = out;
+        shared = out;
     return status;
 }
 
 } // namespace
+
+bool sim::databaseInUse(const std::string& file)
+{
+    auto it = openStorages().find(storageKey(file));
+    return it != openStorages().end() && !it->second.expired();
+}
 
 STATUS impl::NSFDbOpen(const char* PathName, DBHANDLE* rethDB)
 {
@@ -171,6 +190,8 @@ STATUS impl::NSFDbOpen(const char* PathName, DBHANDLE* rethDB)
     database->isDirectory = sim::isDirectory(absolute);
     database->absolutePath = database->isDirectory ? absolute : sim::existingDatabaseFile(absolute);
     if (!database->isDirectory) {
+        if (sim::databaseOffline(database->absolutePath))
+            return sim::STS_DATABASE_OFFLINE;
         status = sharedStorage(database->absolutePath, database->storage);
         if (status != NOERROR)
             return status;
@@ -337,5 +358,74 @@ STATUS impl::NSFDbReadACL(DBHANDLE hDB, DHANDLE* rethACL)
     if (image.empty())
         return sim::kErrSpecialId;
     *rethACL = sim::allocateMemoryWith(image.data(), image.size());
+    return NOERROR;
+}
+
+// Only the plain open is simulated: no open options, names list or modified-since test.
+STATUS impl::NSFDbOpenExtended(const char* PathName, WORD Options, DHANDLE hNames, TIMEDATE* ModifiedTime,
+                               DBHANDLE* rethDB, TIMEDATE* retDataModified, TIMEDATE* retNonDataModified)
+{
+    if (Options != 0 || hNames != NULLHANDLE || ModifiedTime != nullptr)
+        return sim::STS_UNSUPPORTED;
+    if (rethDB == nullptr)
+        return sim::STS_BAD_ARGUMENT;
+    DBHANDLE opened = NULLHANDLE;
+    STATUS status = impl::NSFDbOpen(PathName, &opened);
+    if (status != NOERROR)
+        return status;
+    std::shared_ptr<sim::DatabaseObject> database;
+    sim::lookupDatabase(opened, database);
+    if (!database->isDirectory)
+        status = impl::NSFDbModifiedTime(opened, retDataModified, retNonDataModified);
+    if (status != NOERROR) {
+        impl::NSFDbClose(opened);
+        return status;
+    }
+    *rethDB = opened;
+    return NOERROR;
+}
+
+namespace {
+constexpr WORD kAclStoreUpdate = 0;
+constexpr WORD kAclStoreNew = 1;
+} // namespace
+
+// Both methods store the image as given; this runtime keeps no other ACL form.
+STATUS impl::NSFDbStoreACL(DBHANDLE hDB, DHANDLE hACL, DWORD ObjectID, WORD Method)
+{
+    std::shared_ptr<sim::Storage> storage;
+    STATUS status = sim::lookupStorage(hDB, storage);
+    if (status != NOERROR)
+        return status;
+    if (Method != kAclStoreUpdate && Method != kAclStoreNew)
+        return sim::STS_UNSUPPORTED;
+    if (ObjectID != 0) // reserved
+        return sim::STS_BAD_ARGUMENT;
+    auto block = sim::findAs<sim::MemoryBlock>(hACL, sim::HandleKind::Memory);
+    if (!block)
+        return sim::STS_INVALID_HANDLE;
+    if (!sim::isAclImage(block->bytes))
+        return sim::STS_BAD_ARGUMENT;
+    return storage->writeAcl(block->bytes);
+}
+
+STATUS impl::NSFDbLocateByReplicaID(DBHANDLE hDB, DBID* ReplicaID, char* retPathName, WORD PathMaxLen)
+{
+    if (ReplicaID == nullptr || retPathName == nullptr)
+        return sim::STS_BAD_ARGUMENT;
+    std::shared_ptr<sim::DatabaseObject> directory;
+    STATUS status = sim::lookupDatabase(hDB, directory);
+    if (status != NOERROR)
+        return status;
+    if (!directory->isDirectory)
+        return ERR_NOT_DIRECTORY;
+    std::string path;
+    status = sim::locateReplica(directory->absolutePath, *ReplicaID, path);
+    if (status != NOERROR)
+        return status;
+    // A cut path would name another file.
+    if (path.size() > PathMaxLen)
+        return sim::STS_BAD_ARGUMENT;
+    sim::copyTruncated(path, retPathName, PathMaxLen);
     return NOERROR;
 }

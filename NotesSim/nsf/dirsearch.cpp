@@ -247,4 +247,20 @@ STATUS searchDirectory(const std::string& directory, WORD searchFlags, WORD file
     return NOERROR;
 }
 
+STATUS locateReplica(const std::string& directory, const DBID& replicaId, std::string& path)
+{
+    std::vector<Entry> entries;
+    collectTree(directory, FILE_DBDESIGN | FILE_RECURSE, entries);
+    std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.relative < b.relative; });
+    for (const auto& entry : entries) {
+        DatabaseFacts facts = readDatabaseFacts(entry.path);
+        if (facts.isDatabase && facts.replica.ID.Innards[0] == replicaId.Innards[0] &&
+            facts.replica.ID.Innards[1] == replicaId.Innards[1]) {
+            path = lmbcsOf(canonicalPathOf(entry.path));
+            return NOERROR;
+        }
+    }
+    return ERR_NOT_FOUND;
+}
+
 } // namespace sim

@@ -14,6 +14,11 @@ namespace sim {
 STATUS searchDirectory(const std::string& directory, WORD searchFlags, WORD fileTypeMask,
                        NSFSEARCHPROC routine, void* parameter, TIMEDATE* retUntil);
 
+// The first database file (in path order) under `directory`, subdirectories included,
+// whose replica ID is `replicaId`: its LMBCS path relative to the data directory.
+// ERR_NOT_FOUND when there is none.
+STATUS locateReplica(const std::string& directory, const DBID& replicaId, std::string& path);
+
 } // namespace sim
 
 #endif

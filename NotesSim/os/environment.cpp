@@ -39,6 +39,7 @@ std::string trimmed(const std::string& text)
 
 struct Runtime {
     bool initialized = false;
+    unsigned long starts = 0;
     int threads = 0;
     std::string programDirectory;
     std::string iniPath;
@@ -110,6 +111,7 @@ std::string withoutTrailingSlash(std::string path)
 } // namespace
 
 bool runtimeInitialized() { return runtime().initialized; }
+unsigned long runtimeStarts() { return runtime().starts; }
 const std::string& dataDirectory() { return runtime().dataDirectory; }
 const std::string& programDirectory() { return runtime().programDirectory; }
 const std::string& iniPath() { return runtime().iniPath; }
@@ -160,6 +162,7 @@ STATUS impl::NotesInitExtended(int argc, char** argv)
     state.dataDirectory = sim::withoutTrailingSlash(directory->second);
     state.settings = std::move(settings);
     state.initialized = true;
+    ++state.starts;
     return NOERROR;
 }
 

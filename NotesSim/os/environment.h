@@ -7,6 +7,9 @@
 namespace sim {
 
 bool runtimeInitialized();
+// How many times the runtime has started in this process: state kept for one run
+// (an archiving session, offline databases) ends when this changes.
+unsigned long runtimeStarts();
 // Data directory from the ini's Directory= (no trailing slash), or "" before start-up.
 const std::string& dataDirectory();
 const std::string& programDirectory();

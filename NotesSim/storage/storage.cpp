@@ -539,6 +539,44 @@ std::vector<char> defaultAclImage(const std::string& serverName)
     return image;
 }
 
+bool isAclImage(const std::vector<char>& image)
+{
+    auto wordAt = [&image](size_t at) {
+        WORD value = 0;
+        std::memcpy(&value, image.data() + at, sizeof value);
+        return value;
+    };
+    const DWORD magic = 0x4C434148;
+    if (image.size() < 8 || std::memcmp(image.data(), &magic, sizeof magic) != 0 || wordAt(4) != 1)
+        return false;
+    size_t at = 8;
+    for (WORD entry = 0, count = wordAt(6); entry < count; ++entry) {
+        if (at + 6 > image.size() || wordAt(at) > kAclManager)
+            return false;
+        at += 6 + wordAt(at + 4);
+    }
+    return at == image.size();
+}
+
+namespace {
+NoteChangeObserver& noteChangeObserver()
+{
+    static NoteChangeObserver observer = nullptr;
+    return observer;
+}
+} // namespace
+
+void setNoteChangeObserver(NoteChangeObserver observer)
+{
+    noteChangeObserver() = observer;
+}
+
+void Storage::reportChange(const NoteRecord& note, NoteChange change)
+{
+    if (NoteChangeObserver observer = noteChangeObserver())
+        observer(*this, note, change);
+}
+
 STATUS Storage::create(const std::string& path, WORD dbClass, bool overwrite)
 {
     struct stat info;
@@ -746,6 +784,11 @@ STATUS Storage::readAcl(std::vector<char>& out)
     });
 }
 
+STATUS Storage::writeAcl(const std::vector<char>& image)
+{
+    return withConnection([&] { updateDbinfo(db_, "acl = ?", [&](Statement& s) { s.bindBlob(2, image); }); });
+}
+
 STATUS Storage::spaceUsage(unsigned long long& allocatedBytes, unsigned long long& freeBytes)
 {
     return withConnection([&] {
@@ -846,16 +889,18 @@ STATUS Storage::saveNote(NoteRecord& note, const std::vector<ItemRecord>& items,
         writeNote(db_, note, saved, items, how);
         tx.commit();
     });
-    if (status == NOERROR)
+    if (status == NOERROR) {
         note = saved;
+        reportChange(saved, NoteChange::Saved);
+    }
     return status;
 }
 
 STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
 {
-    return withConnection([&] {
+    NoteRecord stored;
+    STATUS status = withConnection([&] {
         Transaction tx(db_);
-        NoteRecord stored;
         if (!selectNote(db_, "WHERE note_id = ?", id, stored))
             throw Failure{ERR_INVALID_NOTE};
         if (stored.deleted && how != NoteRemoval::Purge)
@@ -878,7 +923,14 @@ STATUS Storage::removeNote(NOTEID id, NoteRemoval how)
         freeUnreferencedObjects(db_, objects);
         Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(modified)).run();
         tx.commit();
+        stored.modified = modified;
+        stored.oid.Sequence += 1;
+        stored.oid.SequenceTime = modified;
+        stored.deleted = true;
     });
+    if (status == NOERROR)
+        reportChange(stored, NoteChange::Removed);
+    return status;
 }
 
 STATUS Storage::saveNotes(std::vector<NoteBatchEntry>& notes)
@@ -909,8 +961,10 @@ STATUS Storage::saveNotes(std::vector<NoteBatchEntry>& notes)
         tx.commit();
     });
     if (status == NOERROR)
-        for (size_t n = 0; n < notes.size(); ++n)
+        for (size_t n = 0; n < notes.size(); ++n) {
             notes[n].record = saved[n];
+            reportChange(saved[n], NoteChange::Saved);
+        }
     return status;
 }
 

@@ -25,6 +25,7 @@ enum : STATUS {
     kErrDbClass = 0x0232,
     kErrSpecialId = 0x0242,
     kErrObjectTruncated = 0x024F,
+    kErrDbInUse = 0x13EA,
 };
 
 // Orders TIMEDATEs by their GMT moment (Julian day, then ticks), ignoring the zone byte.
@@ -107,6 +108,17 @@ enum : WORD {
     kAclManager = 6,
 };
 std::vector<char> defaultAclImage(const std::string& serverName);
+// True when `image` is exactly an ACL image of that form, with known access levels.
+bool isAclImage(const std::vector<char>& image);
+
+// What a committed change did to a note.
+enum class NoteChange { Saved, Removed };
+class Storage;
+// Told of every committed note change, after its transaction; a service above the
+// storage (the transaction log) follows the databases' changes through it.
+using NoteChangeObserver = void (*)(Storage& storage, const NoteRecord& note, NoteChange change);
+// One observer at a time; null stops the reports.
+void setNoteChangeObserver(NoteChangeObserver observer);
 
 // One database file, reached through an SQLite connection that is opened on demand
 // and may be closed between calls. Every writing call is one transaction.
@@ -126,6 +138,8 @@ public:
     STATUS writeInfo(const std::string& info);
     STATUS writeReplicaInfo(const DBREPLICAINFO& replica);
     STATUS readAcl(std::vector<char>& out);
+    // Replaces the ACL image (the caller has checked its form).
+    STATUS writeAcl(const std::vector<char>& image);
     STATUS spaceUsage(unsigned long long& allocatedBytes, unsigned long long& freeBytes);
 
     // ERR_INVALID_NOTE when unknown; deleted notes (stubs) are found with `deleted` set.
@@ -171,6 +185,8 @@ private:
 
     sqlite3* db_ = nullptr;
     std::string path_;
+    void reportChange(const NoteRecord& note, NoteChange change);
+
     bool identified_ = false; // device_ and inode_ are those of the file first opened
     unsigned long long device_ = 0;
     unsigned long long inode_ = 0;

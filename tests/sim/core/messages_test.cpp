@@ -60,8 +60,7 @@ TEST(SimCoreMessages, UnknownCodesGiveAnEmptyText)
 
 TEST(SimCoreMessages, UnprovidedEntriesNameThemselves)
 {
-    DHANDLE response = NULLHANDLE;
-    STATUS status = NSFRemoteConsole(nullptr, nullptr, &response);
+    STATUS status = sim::notProvided<STATUS>("NSFRemoteConsole", true);
     EXPECT_EQ(loaded(status), "The simulated runtime does not provide NSFRemoteConsole.");
     EXPECT_EQ(loaded(sim::STS_NOT_PROVIDED_BASE), "The simulated runtime does not provide ConvertTextToTIMEDATE.");
 }
