@@ -54,6 +54,10 @@ CREATE INDEX items_by_object ON items(object_rrv) WHERE object_rrv IS NOT NULL;
 CREATE TABLE objects(
   rrv INTEGER PRIMARY KEY, class INTEGER NOT NULL, privileges INTEGER NOT NULL,
   type INTEGER NOT NULL, bytes BLOB NOT NULL);
+CREATE TABLE unread_users(user TEXT PRIMARY KEY COLLATE NOCASE) WITHOUT ROWID;
+CREATE TABLE unread_marks(
+  user TEXT NOT NULL COLLATE NOCASE, note_id INTEGER NOT NULL,
+  PRIMARY KEY(user, note_id)) WITHOUT ROWID;
 )";
 
 // Carries a STATUS out of the SQL helpers to the boundary of a Storage call.
@@ -116,6 +120,12 @@ public:
     }
     Statement& bindBlob(int index, const std::string& bytes) { return bindBlob(index, bytes.data(), bytes.size()); }
     Statement& bindBlob(int index, const std::vector<char>& bytes) { return bindBlob(index, bytes.data(), bytes.size()); }
+    // Text compares under the column's collation, which a blob never does.
+    Statement& bindText(int index, const std::string& text)
+    {
+        check(sqlite3_bind_text64(stmt_, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+        return *this;
+    }
     Statement& bindNull(int index)
     {
         check(sqlite3_bind_null(stmt_, index));
@@ -935,6 +945,54 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         while (query.step())
             out.push_back(noteFromRow(query));
         snapshot.commit();
+    });
+}
+
+STATUS Storage::unreadNotes(const std::string& user, bool& hasList, std::vector<NOTEID>& out)
+{
+    return withConnection([&] {
+        Transaction snapshot(db_, "BEGIN");
+        Statement known(db_, "SELECT 1 FROM unread_users WHERE user = ?");
+        known.bindText(1, user);
+        hasList = known.step();
+        Statement marks(db_, "SELECT unread_marks.note_id FROM unread_marks JOIN notes"
+                             " ON notes.note_id = unread_marks.note_id"
+                             " WHERE unread_marks.user = ? AND notes.deleted = 0 ORDER BY unread_marks.note_id");
+        marks.bindText(1, user);
+        out.clear();
+        while (marks.step())
+            out.push_back(static_cast<NOTEID>(marks.integer(0)));
+        snapshot.commit();
+    });
+}
+
+STATUS Storage::setUnread(const std::string& user, NOTEID id, bool unread)
+{
+    return withConnection([&] {
+        Transaction tx(db_);
+        NoteRecord note;
+        if (!selectNote(db_, "WHERE note_id = ?", id, note))
+            throw Failure{ERR_INVALID_NOTE};
+        if (note.deleted)
+            throw Failure{ERR_NOTE_DELETED};
+        Statement(db_, "INSERT OR IGNORE INTO unread_users(user) VALUES(?)").bindText(1, user).run();
+        Statement mark(db_, unread ? "INSERT OR IGNORE INTO unread_marks(user, note_id) VALUES(?, ?)"
+                                   : "DELETE FROM unread_marks WHERE user = ? AND note_id = ?");
+        mark.bindText(1, user).bind(2, id).run();
+        tx.commit();
+    });
+}
+
+STATUS Storage::itemsNamed(const std::string& name, std::vector<std::pair<NOTEID, std::vector<char>>>& out)
+{
+    return withConnection([&] {
+        Statement query(db_, "SELECT items.note_id, items.value FROM items JOIN notes ON notes.note_id = items.note_id"
+                             " WHERE notes.deleted = 0 AND CAST(items.name AS TEXT) = ? COLLATE NOCASE"
+                             " ORDER BY items.note_id, items.position");
+        query.bindText(1, name);
+        out.clear();
+        while (query.step())
+            out.emplace_back(static_cast<NOTEID>(query.integer(0)), query.blob(1));
     });
 }
 

@@ -8,6 +8,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "HYLNTool_NotesAPI.h"
@@ -149,6 +150,14 @@ public:
     // as the next `since`: every later change is stamped at or after it.
     STATUS listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
                      TIMEDATE& until);
+
+    // Unread marks of one user (names compare without regard to case), live notes only.
+    // `hasList` is false for a user who never had a mark set, read or unread.
+    STATUS unreadNotes(const std::string& user, bool& hasList, std::vector<NOTEID>& out);
+    // ERR_INVALID_NOTE for an unknown note, ERR_NOTE_DELETED for a stub.
+    STATUS setUnread(const std::string& user, NOTEID id, bool unread);
+    // Live notes holding an item of this name (any case), with its value (type word first).
+    STATUS itemsNamed(const std::string& name, std::vector<std::pair<NOTEID, std::vector<char>>>& out);
 
     STATUS allocObject(DWORD size, WORD objectClass, WORD privileges, WORD type, DWORD& rrv);
     STATUS storeObject(const std::vector<char>& bytes, WORD objectClass, WORD type, DWORD& rrv);
