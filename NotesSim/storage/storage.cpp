@@ -931,7 +931,8 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         Transaction snapshot(db_, "BEGIN");
         TIMEDATE now = nowTimedate();
         TIMEDATE last = lastDataModified(db_);
-        until = timedateOrder(now) >= timedateOrder(last) ? now : last;
+        // Past every stamp so far, so passing it back as `since` finds no change twice.
+        until = timedateOrder(now) > timedateOrder(last) ? now : nextTick(last);
         std::string sql = std::string(kNoteColumns) + "WHERE (class & ?) != 0";
         if (!withDeleted)
             sql += " AND deleted = 0";

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "HySimControl.h"
 #include "sim_core.h"
 
 namespace seed {
@@ -87,6 +88,11 @@ void Database::setReplicaId(const TIMEDATE& id)
     check(NSFDbReplicaInfoSet(handle_, &replica), "NSFDbReplicaInfoSet(" + path_ + ")");
 }
 
+void Database::markUnread(const std::string& user, NOTEID note)
+{
+    check(HySimSetUnread(handle_, user.c_str(), note, 1), "HySimSetUnread(" + path_ + ")");
+}
+
 Note::Note(Database& db, WORD noteClass) : db_(db)
 {
     check(NSFNoteCreate(db.handle(), &handle_), "NSFNoteCreate(" + db.path() + ")");
@@ -149,6 +155,13 @@ void Note::attach(const std::string& file, const std::string& storedName)
 void Note::update()
 {
     check(NSFNoteUpdate(handle_, 0), "NSFNoteUpdate(" + db_.path() + ")");
+}
+
+NOTEID Note::id() const
+{
+    NOTEID id = 0;
+    NSFNoteGetInfo(handle_, _NOTE_ID, &id);
+    return id;
 }
 
 } // namespace seed

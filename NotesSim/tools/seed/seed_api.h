@@ -43,6 +43,8 @@ public:
     // The information buffer: title, then optional "#1" / "#2" template lines.
     void setInfo(const std::string& info);
     void setReplicaId(const TIMEDATE& id);
+    // Marks a note unread for `user` (a canonical name) in the runtime's unread list.
+    void markUnread(const std::string& user, NOTEID note);
     DBHANDLE handle() const { return handle_; }
     const std::string& path() const { return path_; }
 
@@ -67,6 +69,7 @@ public:
     void raw(const std::string& name, WORD flags, WORD type, const std::vector<char>& data);
     void attach(const std::string& file, const std::string& storedName);
     void update();
+    NOTEID id() const;
 
 private:
     Database& db_;

@@ -6,6 +6,9 @@
 #include <set>
 
 namespace seed {
+namespace {
+const size_t kUnreadEvery = 3;
+}
 
 MailWriter::MailWriter(Writer& writer, Content& content, const std::vector<std::string>& sources,
                        const std::vector<Person>& people, long long reference)
@@ -23,8 +26,12 @@ void MailWriter::write(const MailJob& job)
     writer_.writeView(*db, "($Trash)", "F", kMailColumns);
     writer_.writeView(*db, "Restore View|restore", "F", kMailColumns);
     writer_.writeView(*db, "Projects", "F", kMailColumns);
-    for (size_t i = 0; i < job.messages; ++i)
-        writeMemo(*db, *job.owner);
+    // Every third memo, from the first on, is still unread by its owner.
+    for (size_t i = 0; i < job.messages; ++i) {
+        NOTEID memo = writeMemo(*db, *job.owner);
+        if (i % kUnreadEvery == 0)
+            db->markUnread(job.owner->canonicalName, memo);
+    }
 }
 
 std::string MailWriter::correspondent()
@@ -34,7 +41,7 @@ std::string MailWriter::correspondent()
     return content_.pick(people_).canonicalName;
 }
 
-void MailWriter::writeMemo(Database& db, const Person& owner)
+NOTEID MailWriter::writeMemo(Database& db, const Person& owner)
 {
     Note memo(db);
     memo.text("Form", "Memo");
@@ -63,6 +70,7 @@ void MailWriter::writeMemo(Database& db, const Person& owner)
         memo.raw("$SealData", ITEM_SEAL, TYPE_SEALDATA, content_.bytes(96));
     }
     writer_.save(memo);
+    return memo.id();
 }
 
 // The prepared files get a modification time shortly before the memo was

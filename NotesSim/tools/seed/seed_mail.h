@@ -28,7 +28,7 @@ public:
 
 private:
     std::string correspondent();
-    void writeMemo(Database& db, const Person& owner);
+    NOTEID writeMemo(Database& db, const Person& owner);
     void writeAttachments(Note& memo, long long posted);
 
     Writer& writer_;

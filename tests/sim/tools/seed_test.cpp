@@ -276,6 +276,36 @@ TEST_F(SeededContent, MailFilesHoldViewsAndMemos)
     EXPECT_GT(sealed, 0);
 }
 
+TEST_F(SeededContent, EveryThirdMemoIsUnreadForItsOwnerAlone)
+{
+    std::vector<Entry> people = regularPeople();
+    ASSERT_FALSE(people.empty());
+    for (const auto& person : people) {
+        DBHANDLE db = NULLHANDLE;
+        ASSERT_EQ(NSFDbOpen(person.mailFile.c_str(), &db), NOERROR) << person.mailFile;
+        std::vector<NOTEID> memos = noteIds(db, NOTE_CLASS_DOCUMENT);
+        std::vector<DWORD> expected;
+        for (size_t i = 0; i < memos.size(); i += 3)
+            expected.push_back(memos[i]);
+        std::string owner = person.canonicalName;
+        DHANDLE table = NULLHANDLE;
+        ASSERT_EQ(NSFDbGetUnreadNoteTable(db, owner.data(), static_cast<WORD>(owner.size()), FALSE, &table), NOERROR);
+        ASSERT_NE(table, NULLHANDLE) << person.mailFile;
+        std::vector<DWORD> unread;
+        DWORD id = 0;
+        for (BOOL more = IDScan(table, TRUE, &id); more; more = IDScan(table, FALSE, &id))
+            unread.push_back(id);
+        EXPECT_EQ(unread, expected) << person.mailFile;
+        IDDestroyTable(table);
+
+        std::string stranger = "CN=Outside Contact/O=Partner";
+        ASSERT_EQ(NSFDbGetUnreadNoteTable(db, stranger.data(), static_cast<WORD>(stranger.size()), FALSE, &table),
+                  NOERROR);
+        EXPECT_EQ(table, NULLHANDLE);
+        NSFDbClose(db);
+    }
+}
+
 TEST_F(SeededContent, LeftOverCopyIsAReplicaOfItsMailFile)
 {
     std::vector<Entry> entries = directory();
