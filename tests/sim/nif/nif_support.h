@@ -48,6 +48,15 @@ inline Column column(const std::string& item, const std::string& title, WORD fla
 // NOTE_ID_SPECIAL | NOTE_CLASS_DESIGN.
 constexpr NOTEID kDesignCollection = 0xFFFF0020u;
 
+// The title of a "$TITLE" text: what comes before the first "|", blanks trimmed.
+inline std::string firstDesignName(const std::string& title)
+{
+    std::string name = title.substr(0, title.find('|'));
+    size_t first = name.find_first_not_of(' ');
+    size_t last = name.find_last_not_of(' ');
+    return first == std::string::npos ? std::string() : name.substr(first, last - first + 1);
+}
+
 struct Entry {
     NOTEID id = 0;
     WORD noteClass = 0;
