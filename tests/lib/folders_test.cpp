@@ -1,0 +1,352 @@
+// HyLNDatabase folder operations: widening a folder list with its subfolders,
+// filtering a note table by folders, and putting restored notes back into folders.
+#include <string>
+#include <vector>
+
+#include "HYLNTool_Database.h"
+#include "support/document_fixture.h"
+
+using namespace hyln_test;
+
+namespace {
+
+const char* const kDatabaseSource = "HYLNTools/HYLNTool_Interface/HYLNTool_Database.cpp";
+const STATUS kFault = 0x0103;
+const int kReturn = 0; // fault mode of the runtime's control interface
+const char* const kWithoutMode = "Warning: folder filter function called without filter mode set to false.";
+
+std::string messageOf(STATUS status)
+{
+    HyLNError error;
+    error.SetError(status);
+    return error.GetMessage();
+}
+
+bool neverQuit()
+{
+    return false;
+}
+
+// Every call that made something has a call that released it; `failed` names a call
+// that an injected fault made fail once, so it made nothing.
+void expectEverythingReleased(const std::string& failed = "")
+{
+    auto made = [&failed](const char* api) { return sim().callCount(api) - (failed == api ? 1 : 0); };
+    EXPECT_EQ(made("IDCreateTable") + made("IDTableCopy"), sim().callCount("IDDestroyTable"));
+    EXPECT_EQ(made("NIFOpenCollection"), sim().callCount("NIFCloseCollection"));
+    EXPECT_EQ(made("NSFNoteOpen"), sim().callCount("NSFNoteClose"));
+    EXPECT_EQ(made("OSLockObject"), sim().callCount("OSUnlockObject"));
+}
+
+class Folders : public DocumentTest {
+protected:
+    void SetUp() override
+    {
+        DocumentTest::SetUp();
+        SetJobQuitCallback(neverQuit);
+        inbox = addDesign("Inbox", "F");
+        projects = addDesign("Projects", "F");
+        alpha = addDesign("Projects\\Alpha", "F");
+        old = addDesign("Projects\\Alpha\\Old", "F");
+        lookalike = addDesign("Projectsville", "F");
+        for (const char* subject : {"m1", "m2", "m3", "m4", "m5", "m6"})
+            memos.push_back(saveNote(subject));
+        file(inbox, {memos[0]});
+        file(projects, {memos[1]});
+        file(alpha, {memos[2]});
+        file(old, {memos[3]});
+        file(lookalike, {memos[4]});
+        table = tableOf(memos);
+        ASSERT_FALSE(database.Open().IsErrorSet());
+        captureLog();
+        sim().traceClear();
+    }
+    void TearDown() override
+    {
+        if (table != NULLHANDLE)
+            HY_IDDestroyTable(table);
+        SetJobQuitCallback(nullptr);
+        database.Close();
+        DocumentTest::TearDown();
+    }
+    // A view or folder design note with an empty column list.
+    NOTEID addDesign(const std::string& title, const std::string& flags)
+    {
+        const char format[10] = {1, 0}; // version 1, table style, no columns
+        NOTEHANDLE note = NULLHANDLE;
+        EXPECT_EQ(HY_NSFNoteCreate(db, &note), NOERROR);
+        WORD viewClass = NOTE_CLASS_VIEW;
+        HY_NSFNoteSetInfo(note, _NOTE_CLASS, &viewClass);
+        if (!title.empty()) {
+            EXPECT_EQ(HY_NSFItemSetText(note, "$TITLE", title.data(), static_cast<WORD>(title.size())), NOERROR);
+        }
+        EXPECT_EQ(HY_NSFItemSetText(note, "$Flags", flags.data(), static_cast<WORD>(flags.size())), NOERROR);
+        EXPECT_EQ(HY_NSFItemAppend(note, ITEM_SUMMARY, "$ViewFormat", 11, TYPE_VIEW_FORMAT, format, sizeof format),
+                  NOERROR);
+        EXPECT_EQ(HY_NSFNoteUpdate(note, 0), NOERROR);
+        NOTEID id = 0;
+        HY_NSFNoteGetInfo(note, _NOTE_ID, &id);
+        HY_NSFNoteClose(note);
+        return id;
+    }
+    DHANDLE tableOf(const std::vector<NOTEID>& ids)
+    {
+        DHANDLE made = NULLHANDLE;
+        EXPECT_EQ(HY_IDCreateTable(0, &made), NOERROR);
+        for (NOTEID id : ids)
+            HY_IDInsert(made, id, nullptr);
+        return made;
+    }
+    void file(NOTEID folder, const std::vector<NOTEID>& ids)
+    {
+        DHANDLE members = tableOf(ids);
+        ASSERT_EQ(HY_FolderDocAdd(db, NULLHANDLE, folder, members, 0), NOERROR);
+        HY_IDDestroyTable(members);
+    }
+    std::vector<NOTEID> idsOf(DHANDLE ids)
+    {
+        std::vector<NOTEID> out;
+        DWORD id = 0;
+        for (BOOL more = HY_IDScan(ids, TRUE, &id); more; more = HY_IDScan(ids, FALSE, &id))
+            out.push_back(id);
+        return out;
+    }
+    // Filters the table of all memos; returns what is left of it.
+    std::vector<NOTEID> filter(std::string& folders, unsigned long mode, HyLNError& error)
+    {
+        error = database.FilterDocumentsOfFolders(folders, table, mode);
+        return idsOf(table);
+    }
+    std::vector<NOTEID> memosAt(std::initializer_list<size_t> positions)
+    {
+        std::vector<NOTEID> ids;
+        for (size_t at : positions)
+            ids.push_back(memos[at]);
+        return ids;
+    }
+
+    HyLNDatabase database{"jdoe.nsf", "CN=HySrv01/O=HyOrg"};
+    NOTEID inbox = 0, projects = 0, alpha = 0, old = 0, lookalike = 0;
+    std::vector<NOTEID> memos;
+    unsigned int table = NULLHANDLE;
+};
+
+} // namespace
+
+TEST_F(Folders, SubfoldersJoinTheListOncePerNameTheyAreBelow)
+{
+    std::string folders = "Inbox;Projects";
+    ASSERT_FALSE(database.AddSubFolders(folders).IsErrorSet());
+    EXPECT_EQ(folders, "Inbox;Projects;Projects\\Alpha;Projects\\Alpha\\Old");
+
+    folders = "Projects;Projects\\Alpha";
+    ASSERT_FALSE(database.AddSubFolders(folders).IsErrorSet());
+    EXPECT_EQ(folders, "Projects;Projects\\Alpha;Projects\\Alpha;Projects\\Alpha\\Old;Projects\\Alpha\\Old");
+
+    folders = "Proj;Inbox";
+    ASSERT_FALSE(database.AddSubFolders(folders).IsErrorSet());
+    EXPECT_EQ(folders, "Proj;Inbox");
+    EXPECT_TRUE(logTexts().empty());
+    expectEverythingReleased();
+}
+
+TEST_F(Folders, AnUntitledViewIsReportedInDetailOnly)
+{
+    addDesign("", "");
+    captureLog();
+    std::string folders = "Inbox";
+    ASSERT_FALSE(database.AddSubFolders(folders).IsErrorSet());
+    ASSERT_EQ(capturedLog().size(), 1u);
+    EXPECT_EQ(capturedLog()[0].function, "AddSubFolders");
+    EXPECT_EQ(capturedLog()[0].level, 3);
+    EXPECT_EQ(capturedLog()[0].text, "Warning: found a view/folder without a title.");
+}
+
+TEST_F(Folders, IncludingKeepsTheNotesOfTheFoldersAndTheirSubfolders)
+{
+    std::string folders = "Inbox;Projects";
+    HyLNError error;
+    Output output = captureOutput([&] { EXPECT_EQ(filter(folders, 1, error), memosAt({0, 1, 2, 3})); });
+    EXPECT_FALSE(error.IsErrorSet());
+    EXPECT_EQ(output.out, "\n FolderName in Interface = Inbox\n ");
+    // The host's string keeps its subfolders, cut where the separators were.
+    EXPECT_EQ(folders, std::string("Inbox\0Projects\0Projects\\Alpha\0Projects\\Alpha\\Old", 48));
+    EXPECT_EQ(logTexts(), std::vector<std::string>{kWithoutMode});
+    expectEverythingReleased();
+}
+
+TEST_F(Folders, ExcludingDropsThemAndOtherModesDropNothing)
+{
+    std::string folders = "Projects";
+    HyLNError error;
+    captureOutput([&] { EXPECT_EQ(filter(folders, 2, error), memosAt({0, 4, 5})); });
+    EXPECT_FALSE(error.IsErrorSet());
+    EXPECT_TRUE(logTexts().empty());
+
+    for (NOTEID id : memos)
+        HY_IDInsert(table, id, nullptr);
+    folders = "Projects";
+    captureOutput([&] { EXPECT_EQ(filter(folders, 3, error), memos); });
+    EXPECT_FALSE(error.IsErrorSet());
+    EXPECT_EQ(logTexts(), std::vector<std::string>{kWithoutMode});
+    expectEverythingReleased();
+}
+
+TEST_F(Folders, AnUnknownFolderLeavesNothingToKeepAndItsErrorInTheStatus)
+{
+    std::string folders = "Nowhere;Inbox";
+    HyLNError error;
+    captureOutput([&] { EXPECT_EQ(filter(folders, 1, error), memosAt({0})); });
+    ASSERT_TRUE(error.IsErrorSet());
+    STATUS notFound = error.GetErrorCode();
+    EXPECT_EQ(logTexts(),
+              (std::vector<std::string>{"Warning: unable to find a folder/view. NIFFindView(...) returned: [" +
+                                            std::to_string(notFound) + "]. Resulting error string: [" +
+                                            messageOf(notFound) + "].",
+                                        kWithoutMode}));
+}
+
+TEST_F(Folders, AHostThatAsksToQuitGetsItsTableBack)
+{
+    SetJobQuitCallback(nullptr); // without a callback the job counts as stopped
+    std::string folders = "Inbox";
+    HyLNError error;
+    captureOutput([&] { EXPECT_EQ(filter(folders, 1, error), memos); });
+    EXPECT_FALSE(error.IsErrorSet());
+    EXPECT_EQ(sim().callCount("IDInsert"), 0u);
+    EXPECT_EQ(sim().callCount("IDDelete"), 0u);
+}
+
+TEST_F(Folders, ArgumentsAreCheckedBeforeAnyCall)
+{
+    HyLNDatabase closed("jdoe.nsf", "");
+    std::string folders = "Inbox";
+    unsigned int some = 1;
+    EXPECT_EQ(closed.FilterDocumentsOfFolders(folders, some, 1).GetErrorCode(), ERR_NULL_DBHANDLE);
+    EXPECT_EQ(closed.AddSubFolders(folders).GetErrorCode(), ERR_NULL_DBHANDLE);
+    unsigned int none = NULLHANDLE;
+    std::string empty;
+    for (HyLNError error : {database.FilterDocumentsOfFolders(folders, none, 1),
+                            database.FilterDocumentsOfFolders(empty, some, 1), database.AddSubFolders(empty)})
+        EXPECT_EQ(error.GetMessage(), "Invalid parameters passed in.");
+    EXPECT_EQ(sim().callCount("IDCreateTable") + sim().callCount("NIFOpenCollection"), 0u);
+}
+
+namespace {
+
+// One runtime call failing during an excluding run over "Inbox": the lines it leaves
+// (%d the code, %s its text, {id} the note involved), whether the run still got as far
+// as removing the folder's note, and the status it ends with.
+struct FilterFault {
+    const char* api;
+    unsigned int nth;
+    std::vector<std::string> lines;
+    bool filtered;
+    STATUS code;
+};
+
+const char* const kNoSubfolders = "Error: unable to find subfolders for folder filtering.";
+
+std::vector<FilterFault> filterFaults()
+{
+    return {
+        {"IDCreateTable", 1,
+         {"Error: unable to create a temporary document table for folder/view filtering. IDCreateTable(...) "
+          "returned: [%d]. Resulting error string: [%s]."},
+         false, kFault},
+        {"NIFOpenCollection", 1,
+         {"Error: unable to open collection to get subfolders. NIFOpenCollection(...) returned: [%d]. Resulting "
+          "error string: [%s].",
+          kNoSubfolders},
+         true, kFault},
+        {"NIFReadEntries", 1,
+         {"Error: unable to read entries while getting subfolders. NIFReadEntries(...) returned: [%d]. Resulting "
+          "error string: [%s].",
+          kNoSubfolders},
+         true, kFault},
+        {"OSLockObject", 1, {"Error: OSLockObject(...) returned a NULL buffer while getting subfolders."}, true, 0},
+        {"NSFNoteOpen", 1,
+         {"Error: unable to open note: [{id}] while getting subfolders. NSFNoteOpen(...) returned: [%d]. Resulting "
+          "error string is: [%s].",
+          kNoSubfolders},
+         true, kFault},
+        {"NIFFindDesignNoteExt", 1,
+         {"Warning: unable to find a folder/view. NIFFindView(...) returned: [%d]. Resulting error string: [%s]."},
+         false, kFault},
+        {"NIFOpenCollection", 2,
+         {"Error: unable to open collection for folder/view: [Inbox]. NIFOpenCollection(...) returned: [%d]. "
+          "Resulting error string: [%s]."},
+         false, kFault},
+        {"NIFReadEntries", 2,
+         {"Error: unable to read entries in view/folder: [Inbox]. NIFReadEntries(...) returned: [%d]. Resulting "
+          "error string: [%s]."},
+         false, kFault},
+        {"OSLockObject", 2, {"Error: OSLockObject(...) returned a NULL buffer during folder filetering."}, false, 0},
+        {"IDInsert", 1,
+         {"Error: unable to insert note ID into document table. NIFReadEntries(...) returned: [%d]. Resulting error "
+          "string: [%s]."},
+         false, kFault},
+        // The design collection is closed by the library alone: its failure is nobody's concern.
+        {"NIFCloseCollection", 1, {}, true, 0},
+        {"NIFCloseCollection", 2,
+         {"Error: unable to close collection during folder/view filtering. NIFCloseCollection(...) returned: [%d]. "
+          "Resulting error string: [%s]."},
+         false, kFault},
+        {"IDTableCopy", 1,
+         {"Error: unable to create a temporary working copy of the note table. IDTableCopy(...) returned: [%d]. "
+          "Resulting error string: [%s]."},
+         false, kFault},
+        {"IDDelete", 1,
+         {"Error: unable to delete note: [{id}] from ID table during folder filtering. IDDelete(...) returned: [%d]. "
+          "Resulting error string is: [%s]."},
+         false, kFault},
+    };
+}
+
+std::string expanded(std::string line, STATUS code, NOTEID id)
+{
+    auto replace = [&line](const std::string& what, const std::string& with) {
+        size_t at = line.find(what);
+        if (at != std::string::npos)
+            line.replace(at, what.size(), with);
+    };
+    replace("{id}", std::to_string(id));
+    replace("%d", std::to_string(code));
+    replace("%s", messageOf(code));
+    return line;
+}
+
+void PrintTo(const FilterFault& fault, std::ostream* out)
+{
+    *out << fault.api << " failing at call " << fault.nth;
+}
+
+class FilterFaults : public Folders, public ::testing::WithParamInterface<FilterFault> {};
+
+} // namespace
+
+TEST_P(FilterFaults, EachFailureHasItsLineAndReleasesWhatWasMade)
+{
+    const FilterFault& fault = GetParam();
+    NOTEID involved = std::string(fault.api) == "NSFNoteOpen" ? inbox : memos[0];
+    std::string folders = "Inbox";
+    ASSERT_EQ(sim().setFault(fault.api, kFault, fault.nth, kReturn), 0);
+    HyLNError error;
+    captureOutput([&] {
+        std::vector<NOTEID> left = filter(folders, 2, error);
+        EXPECT_EQ(left.size(), fault.filtered ? memos.size() - 1 : memos.size());
+    });
+    std::vector<std::string> expected;
+    for (const std::string& line : fault.lines)
+        expected.push_back(expanded(line, kFault, involved));
+    EXPECT_EQ(logTexts(), expected);
+    EXPECT_EQ(error.GetErrorCode(), fault.code);
+    for (const LogLine& line : capturedLog())
+        EXPECT_EQ(line.file, kDatabaseSource);
+    expectEverythingReleased(fault.api);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryCall, FilterFaults, ::testing::ValuesIn(filterFaults()),
+                         [](const ::testing::TestParamInfo<FilterFault>& info) {
+                             return std::string(info.param.api) + std::to_string(info.param.nth);
+                         });
