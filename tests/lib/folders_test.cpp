@@ -1,5 +1,8 @@
 // HyLNDatabase folder operations: widening a folder list with its subfolders,
 // filtering a note table by folders, and putting restored notes back into folders.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -350,3 +353,225 @@ INSTANTIATE_TEST_SUITE_P(EveryCall, FilterFaults, ::testing::ValuesIn(filterFaul
                          [](const ::testing::TestParamInfo<FilterFault>& info) {
                              return std::string(info.param.api) + std::to_string(info.param.nth);
                          });
+
+namespace {
+
+struct FolderRecord {
+    UNID folder;
+    std::vector<UNID> notes;
+};
+
+std::string timeTextOf(const TIMEDATE& time)
+{
+    std::string text;
+    HyLNUtilities::GetTimeString(time, text);
+    return text;
+}
+
+class Restore : public Folders {
+protected:
+    void SetUp() override
+    {
+        Folders::SetUp();
+        entrySize = HY_ODSLength(_UNIVERSALNOTEID);
+        ASSERT_GE(entrySize, sizeof(UNID));
+        sim().traceClear();
+    }
+    UNID unidOf(NOTEID id)
+    {
+        OID oid{};
+        EXPECT_EQ(HY_NSFDbGetNoteInfo(db, id, &oid, nullptr, nullptr), NOERROR);
+        UNID unid;
+        std::memcpy(&unid, &oid, sizeof unid);
+        return unid;
+    }
+    // The host's folder-information buffer: per record the folder's identity (its UNID,
+    // then 12 bytes nobody reads), the entry count, and entries of the runtime's stride.
+    std::vector<char> bufferOf(const std::vector<FolderRecord>& records)
+    {
+        std::vector<char> buffer;
+        for (const FolderRecord& record : records) {
+            size_t at = buffer.size();
+            buffer.resize(at + 32 + record.notes.size() * entrySize, '\x5A');
+            std::memcpy(&buffer[at], &record.folder, sizeof(UNID));
+            DWORD count = static_cast<DWORD>(record.notes.size());
+            std::memcpy(&buffer[at + 28], &count, sizeof count);
+            for (size_t i = 0; i < record.notes.size(); ++i)
+                std::memcpy(&buffer[at + 32 + i * entrySize], &record.notes[i], sizeof(UNID));
+        }
+        return buffer;
+    }
+    HyLNError restore(std::vector<char> buffer)
+    {
+        captureLog();
+        return database.PutNotesInFolders(buffer.data(), static_cast<unsigned int>(buffer.size()), nullptr);
+    }
+    std::vector<NOTEID> membersOf(NOTEID folder)
+    {
+        HCOLLECTION collection = 0;
+        EXPECT_EQ(HY_NIFOpenCollection(db, db, folder, 0, NULLHANDLE, &collection, nullptr, nullptr, nullptr, nullptr),
+                  NOERROR);
+        COLLECTIONPOSITION position{};
+        DHANDLE buffer = NULLHANDLE;
+        DWORD count = 0;
+        WORD signals = 0;
+        EXPECT_EQ(HY_NIFReadEntries(collection, &position, NAVIGATE_NEXT, 1, NAVIGATE_NEXT, 0xFFFF, READ_MASK_NOTEID,
+                                    &buffer, nullptr, nullptr, &count, &signals),
+                  NOERROR);
+        std::vector<NOTEID> ids(count);
+        if (buffer != NULLHANDLE) {
+            std::memcpy(ids.data(), HY_OSLockObject(buffer), count * sizeof(NOTEID));
+            HY_OSUnlockObject(buffer);
+            HY_OSMemFree(buffer);
+        }
+        HY_NIFCloseCollection(collection);
+        return ids;
+    }
+    std::string progressLine(const UNID& folder, size_t count, size_t offset, size_t length)
+    {
+        char text[256];
+        std::snprintf(text, sizeof text,
+                      "Processing folder (UNID %08x%08x:%08x%08x) info with %d items (size=%d, at offset %d/%d).",
+                      folder.File.Innards[1], folder.File.Innards[0], folder.Note.Innards[1], folder.Note.Innards[0],
+                      static_cast<int>(count), static_cast<int>(count * entrySize + 4), static_cast<int>(offset),
+                      static_cast<int>(length));
+        return text;
+    }
+    // A UNID no note of the database has.
+    UNID strangerUnid()
+    {
+        UNID unid = unidOf(memos[0]);
+        unid.File.Innards[0] ^= 0x5A5A5A5A;
+        return unid;
+    }
+
+    DWORD entrySize = 0;
+};
+
+} // namespace
+
+TEST_F(Restore, NotesReturnToTheirFoldersRecordByRecord)
+{
+    const UNID projectsUnid = unidOf(projects);
+    std::vector<char> buffer = bufferOf({{projectsUnid, {unidOf(memos[4]), unidOf(memos[5])}},
+                                         {unidOf(inbox), {}},
+                                         {projectsUnid, {unidOf(memos[0])}}});
+    const size_t third = 32 + 2 * entrySize + 32;
+    ASSERT_FALSE(restore(buffer).IsErrorSet());
+    EXPECT_EQ(membersOf(projects), memosAt({0, 1, 4, 5}));
+    EXPECT_EQ(membersOf(inbox), memosAt({0}));
+    EXPECT_EQ(sim().callCount("FolderDocAdd"), 2u) << "an empty record adds nothing";
+    ASSERT_EQ(capturedLog().size(), 2u);
+    EXPECT_EQ(capturedLog()[0].level, 2);
+    EXPECT_EQ(capturedLog()[0].function, "PutNotesInFolders");
+    EXPECT_EQ(capturedLog()[0].text, progressLine(projectsUnid, 2, 0, buffer.size()));
+    EXPECT_EQ(capturedLog()[1].text, progressLine(projectsUnid, 1, third, buffer.size()));
+    EXPECT_EQ(sim().callCount("IDCreateTable"), sim().callCount("IDDestroyTable"));
+}
+
+TEST_F(Restore, MailDeletedSinceTheBackupIsSkippedWithoutALineButStaysInTheStatus)
+{
+    HyLNError error = restore(bufferOf({{unidOf(alpha), {strangerUnid(), unidOf(memos[5])}}}));
+    EXPECT_EQ(error.GetErrorCode(), ERR_NOT_FOUND);
+    EXPECT_TRUE(error.IsErrorSet());
+    EXPECT_EQ(capturedLog().size(), 1u) << "the progress line alone";
+    EXPECT_EQ(membersOf(alpha), memosAt({2, 5}));
+}
+
+TEST_F(Restore, AnUnknownFolderIsReportedAndItsNotesGoNowhere)
+{
+    const UNID stranger = strangerUnid();
+    HyLNError error = restore(bufferOf({{stranger, {unidOf(memos[5])}}, {unidOf(old), {unidOf(memos[4])}}}));
+    EXPECT_EQ(error.GetErrorCode(), ERR_NOT_FOUND);
+    char line[512];
+    std::snprintf(line, sizeof line,
+                  "Could not get noteID from UNID DBID=%8x:%8x Creation Time=%s for folder reconstruction - %s",
+                  stranger.File.Innards[0], stranger.File.Innards[1], timeTextOf(stranger.Note).c_str(),
+                  messageOf(ERR_NOT_FOUND).c_str());
+    ASSERT_GE(capturedLog().size(), 1u);
+    EXPECT_EQ(capturedLog()[0].text, line);
+    EXPECT_EQ(capturedLog()[0].level, 0);
+    EXPECT_EQ(sim().callCount("NSFDbGetNoteInfoByUNID"), 4u) << "the entries are still looked up";
+    EXPECT_EQ(sim().callCount("FolderDocAdd"), 1u);
+    EXPECT_EQ(membersOf(old), memosAt({3, 4}));
+}
+
+TEST_F(Restore, AWalkEndsWhereTheBufferEnds)
+{
+    std::vector<char> full = bufferOf({{unidOf(projects), {unidOf(memos[4]), unidOf(memos[5]), unidOf(memos[0])}}});
+    // The record announces three entries; the buffer holds two and half of the third,
+    // in a heap block of exactly that size.
+    full.resize(32 + 2 * entrySize + entrySize / 2);
+    ASSERT_FALSE(restore(full).IsErrorSet());
+    EXPECT_EQ(membersOf(projects), memosAt({1, 4, 5}));
+
+    // A header that does not fit is not read at all.
+    std::vector<char> cut = bufferOf({{unidOf(inbox), {unidOf(memos[5])}}});
+    cut.resize(cut.size() + 20, '\x5A');
+    sim().traceClear();
+    ASSERT_FALSE(restore(cut).IsErrorSet());
+    EXPECT_EQ(sim().callCount("NSFDbGetNoteInfoByUNID"), 2u);
+    EXPECT_EQ(membersOf(inbox), memosAt({0, 5}));
+}
+
+TEST_F(Restore, NothingToDoWithoutADatabaseOrABuffer)
+{
+    HyLNDatabase closed("jdoe.nsf", "");
+    std::vector<char> buffer = bufferOf({{unidOf(inbox), {unidOf(memos[5])}}});
+    sim().traceClear();
+    EXPECT_EQ(closed.PutNotesInFolders(buffer.data(), static_cast<unsigned int>(buffer.size()), nullptr).GetErrorCode(),
+              ERR_NULL_DBHANDLE);
+    EXPECT_FALSE(database.PutNotesInFolders(buffer.data(), 0, nullptr).IsErrorSet());
+    EXPECT_EQ(sim().callCount("NSFDbGetNoteInfoByUNID"), 0u);
+
+    // A runtime that knows no entry length gives entries that cannot hold a UNID.
+    sim().setFault("ODSLength", 0, 0, kReturn);
+    EXPECT_FALSE(restore(buffer).IsErrorSet());
+    EXPECT_EQ(sim().callCount("NSFDbGetNoteInfoByUNID"), 1u) << "the folder alone";
+    EXPECT_EQ(membersOf(inbox), memosAt({0}));
+}
+
+TEST_F(Restore, FailuresThatEndTheRunAndOnesThatDoNot)
+{
+    std::vector<char> buffer = bufferOf({{unidOf(inbox), {unidOf(memos[4]), unidOf(memos[5])}},
+                                         {unidOf(projects), {unidOf(memos[4])}}});
+    auto lineWithout = [&](const std::string& progress) {
+        std::vector<std::string> texts = logTexts();
+        texts.erase(std::remove_if(texts.begin(), texts.end(),
+                                   [&](const std::string& text) { return text.rfind(progress, 0) == 0; }),
+                    texts.end());
+        return texts;
+    };
+    const std::string fault = messageOf(kFault);
+
+    sim().setFault("IDCreateTable", kFault, 1, kReturn);
+    EXPECT_EQ(restore(buffer).GetErrorCode(), kFault);
+    EXPECT_EQ(lineWithout("Processing"),
+              std::vector<std::string>{"Could not allocate IDTable for folder reconstruction - " + fault});
+    EXPECT_EQ(sim().callCount("FolderDocAdd"), 0u) << "the run ends at the first folder";
+
+    sim().traceClear();
+    sim().setFault("IDInsert", kFault, 2, kReturn);
+    EXPECT_EQ(restore(buffer).GetErrorCode(), kFault);
+    EXPECT_EQ(lineWithout("Processing"),
+              std::vector<std::string>{"Could not insert noteID " + std::to_string(memos[5]) +
+                                       " into IDTable for folder reconstruction - " + fault + "."});
+    EXPECT_EQ(sim().callCount("FolderDocAdd"), 0u);
+    EXPECT_EQ(sim().callCount("IDCreateTable"), sim().callCount("IDDestroyTable"));
+
+    sim().traceClear();
+    sim().setFault("NSFDbGetNoteInfoByUNID", kFault, 2, kReturn);
+    sim().setFault("FolderDocAdd", kFault, 1, kReturn);
+    EXPECT_EQ(restore(buffer).GetErrorCode(), kFault);
+    const UNID lost = unidOf(memos[4]);
+    char lookup[512];
+    std::snprintf(lookup, sizeof lookup,
+                  "Could not get noteID from UNID DBID=%8x:%8x Creation Time=%s to insert into folder noteID %d - %s",
+                  lost.File.Innards[0], lost.File.Innards[1], timeTextOf(lost.Note).c_str(), static_cast<int>(inbox),
+                  fault.c_str());
+    EXPECT_EQ(lineWithout("Processing"),
+              (std::vector<std::string>{lookup, "Could not add IDTable to folder note " + std::to_string(inbox) +
+                                                    " - " + fault}));
+    EXPECT_EQ(sim().callCount("FolderDocAdd"), 2u) << "the next folder is still restored";
+    EXPECT_EQ(membersOf(projects), memosAt({1, 4}));
+}
