@@ -1122,7 +1122,7 @@ HyLNError HyLNDatabase::PutNotesInFolders(char* buffer, unsigned int length, con
     HyLNError error;
     DWORD offset = 0;
     RecordOutcome outcome = RecordOutcome::Done;
-    while (outcome == RecordOutcome::Done && offset < length && fitsIn(offset, FOLDER_HEADER_SIZE, length))
+    while (outcome == RecordOutcome::Done && fitsIn(offset, FOLDER_HEADER_SIZE, length))
         outcome = restoreFolderRecord(handle, buffer, length, entrySize, offset, error);
     return error;
 }
