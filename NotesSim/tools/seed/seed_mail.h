@@ -29,6 +29,7 @@ public:
 private:
     std::string correspondent();
     NOTEID writeMemo(Database& db, const Person& owner);
+    void fileMemos(Database& db, const std::vector<NOTEID>& folders, const std::vector<NOTEID>& memos);
     void writeAttachments(Note& memo, long long posted);
 
     Writer& writer_;

@@ -62,6 +62,34 @@ struct Entry {
     WORD noteClass = 0;
 };
 
+// Every entry, read from position 0 with NEXT as the folder filter reads.
+inline std::vector<Entry> readEntries(HCOLLECTION collection)
+{
+    std::vector<Entry> out;
+    COLLECTIONPOSITION position{};
+    WORD signals = sim::nif::kSignalMoreToDo;
+    while (signals & sim::nif::kSignalMoreToDo) {
+        DHANDLE buffer = NULLHANDLE;
+        DWORD returned = 0;
+        EXPECT_EQ(NIFReadEntries(collection, &position, sim::nif::kNavigateNext, 1, sim::nif::kNavigateNext,
+                                 0xFFFFFFFF, sim::nif::kReadNoteId | sim::nif::kReadNoteClass, &buffer, nullptr,
+                                 nullptr, &returned, &signals),
+                  NOERROR);
+        if (buffer == NULLHANDLE)
+            break;
+        const char* bytes = static_cast<const char*>(OSLockObject(buffer));
+        for (DWORD i = 0; i < returned; ++i) {
+            Entry entry;
+            std::memcpy(&entry.id, bytes + 6 * i, 4);
+            std::memcpy(&entry.noteClass, bytes + 6 * i + 4, 2);
+            out.push_back(entry);
+        }
+        OSUnlockObject(buffer);
+        OSMemFree(buffer);
+    }
+    return out;
+}
+
 class CollectionTest : public storage_test::StorageTest {
 protected:
     void SetUp() override
@@ -152,33 +180,7 @@ protected:
         return collection;
     }
 
-    // Every entry, read from position 0 with NEXT as the folder filter reads.
-    std::vector<Entry> entries(HCOLLECTION collection)
-    {
-        std::vector<Entry> out;
-        COLLECTIONPOSITION position{};
-        WORD signals = sim::nif::kSignalMoreToDo;
-        while (signals & sim::nif::kSignalMoreToDo) {
-            DHANDLE buffer = NULLHANDLE;
-            DWORD returned = 0;
-            EXPECT_EQ(NIFReadEntries(collection, &position, sim::nif::kNavigateNext, 1, sim::nif::kNavigateNext,
-                                     0xFFFFFFFF, sim::nif::kReadNoteId | sim::nif::kReadNoteClass, &buffer, nullptr,
-                                     nullptr, &returned, &signals),
-                      NOERROR);
-            if (buffer == NULLHANDLE)
-                break;
-            const char* bytes = static_cast<const char*>(OSLockObject(buffer));
-            for (DWORD i = 0; i < returned; ++i) {
-                Entry entry;
-                std::memcpy(&entry.id, bytes + 6 * i, 4);
-                std::memcpy(&entry.noteClass, bytes + 6 * i + 4, 2);
-                out.push_back(entry);
-            }
-            OSUnlockObject(buffer);
-            OSMemFree(buffer);
-        }
-        return out;
-    }
+    std::vector<Entry> entries(HCOLLECTION collection) { return readEntries(collection); }
     std::vector<NOTEID> ids(HCOLLECTION collection)
     {
         std::vector<NOTEID> out;
