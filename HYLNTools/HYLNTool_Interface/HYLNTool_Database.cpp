@@ -611,3 +611,718 @@ HyLNError HyLNDatabase::DbGetLogInfo(int& logged, UNIVERSALNOTEID& logId, UNIVER
 {
     return statusOf(HY_NSFDbGetLogInfo(handle, 0, &logged, &logId, &dbInstanceId, &logExtent));
 }
+
+// ---------------------------------------------------------------------------
+// Note selection
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const WORD CANONICAL_NAME_SIZE = 256;
+const WORD TITLE_SIZE = 1024;
+const WORD DESIGN_FLAGS_SIZE = 128;
+
+// The host sees titles in UTF-8; a title that does not translate is sent as stored.
+void sendTitleToHost(const char* title, WORD length)
+{
+    char translated[TITLE_SIZE + 1] = {};
+    if (HyLNUtilities::NotesTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title, length, translated, TITLE_SIZE) == 0)
+        SendDBMessage(const_cast<char*>(title));
+    else
+        SendDBMessage(translated);
+}
+
+// Navigators (the G flag) are design notes of class view that the host must not see.
+bool isNavigator(NOTEHANDLE note)
+{
+    char flags[DESIGN_FLAGS_SIZE] = {};
+    HY_NSFItemGetText(note, "$Flags", flags, DESIGN_FLAGS_SIZE);
+    return std::strchr(flags, 'G') != nullptr;
+}
+
+} // namespace
+
+HyLNError HyLNDatabase::DiscoverUnReadDocuments()
+{
+    HyLNError error;
+    std::string owner = userName;
+    if (owner.empty()) {
+        error = GetTitle(owner);
+        if (error.IsErrorSet()) {
+            HYLN_LOG(0, "Failed to fetch database title for db %s", name.c_str());
+            return error;
+        }
+    }
+    // The slash asks for the missing hierarchy to be taken from the server's own name.
+    owner += "/";
+    char canonical[CANONICAL_NAME_SIZE] = {};
+    WORD canonicalLength = 0;
+    error = statusOf(HY_DNCanonicalize(0, nullptr, owner.c_str(), canonical, CANONICAL_NAME_SIZE, &canonicalLength));
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Error: unable to get a canonical name for user [%s]. DNCanonicalize(...) returned: [%d]. "
+                    "Resulting error string: [%s].",
+                 owner.c_str(), error.GetErrorCode(), error.GetMessage().c_str());
+        return error;
+    }
+    canonicalUserName = canonical;
+    error = statusOf(HY_NSFDbGetUnreadNoteTable(handle, canonical, static_cast<WORD>(canonicalUserName.size()), TRUE,
+                                                &unreadTable));
+    if (error.IsErrorSet())
+        HYLN_LOG(0, "Error: unable to determine if any notes are unread. NSFDbGetUnreadNoteTable(...) returned: [%d]. "
+                    "Resulting error string: [%s].",
+                 error.GetErrorCode(), error.GetMessage().c_str());
+    return error;
+}
+
+// "Nothing modified since then" is an answer, not a failure: the table stays unwritten.
+HyLNError HyLNDatabase::DiscoverModifiedDocuments(TIMEDATE since, TIMEDATE* until, unsigned short noteClassMask,
+                                                  unsigned int* table)
+{
+    STATUS status = HY_NSFDbGetModifiedNoteTable(handle, noteClassMask, since, until, table);
+    if (status == NOERROR || ERR(status) == ERR_NO_MODIFIED_NOTES)
+        return HyLNError();
+    HyLNError error = statusOf(status);
+    HYLN_LOG(0, "Cannot get Modified note ID list, since %x:%xNSFDbGetModifiedNoteTable(...) returned: [%d]. "
+                "Resulting error string: [%s].",
+             since.Innards[0], since.Innards[1], error.GetErrorCode(), error.GetMessage().c_str());
+    return error;
+}
+
+bool HyLNDatabase::NoteIDScan(unsigned int& table, int first, unsigned int* noteID)
+{
+    return HY_IDScan(table, first, noteID) != FALSE;
+}
+
+// One lookup instead of a walk of the table: IDs with the top bit set are never
+// unread, so a note ID carrying that bit cannot match.
+HyLNError HyLNDatabase::GetNoteUnreadStatus(unsigned int noteID, bool& unread)
+{
+    HyLNError error;
+    if (unreadTable == NULLHANDLE) {
+        error.SetError(NOERROR);
+        HYLN_LOG(0, "Invalid UnreadNoteTable handle passed in");
+        return error;
+    }
+    if ((noteID & RRV_DELETED) == 0 && HY_IDIsPresent(unreadTable, noteID)) {
+        HYLN_LOG(0, "Found an unread note: [%d]. This note will not be archived", static_cast<int>(noteID));
+        unread = true;
+    }
+    return error;
+}
+
+// An exception from the search is reported in the log only: the caller gets a clear status.
+HyLNError HyLNDatabase::Search(unsigned int formula, char* viewTitle, unsigned short searchFlags,
+                               unsigned short noteClassMask, TIMEDATE* since, NSFSEARCHPROC* action, void* context,
+                               TIMEDATE* until)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    STATUS status = NOERROR;
+    try {
+        status = HY_NSFSearch(handle, formula, viewTitle, searchFlags, noteClassMask, since,
+                              action != nullptr ? *action : nullptr, context, until);
+    } catch (...) {
+        HYLN_LOG(0, "Error: caught an exception of unknown type thrown by Domino API :[NSFSearch(...)].");
+        return HyLNError();
+    }
+    return codeOf(status);
+}
+
+HyLNError HyLNDatabase::ProfileEnum(const char* profileName, unsigned short nameLength,
+                                    NSFPROFILEENUMPROC enumerator, void* context, unsigned int flags)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    STATUS status = HY_NSFProfileEnum(handle, profileName, nameLength, enumerator, context, flags);
+    HyLNError error = codeOf(status);
+    if (status != NOERROR)
+        HYLN_LOG(-1, "Error: NSFProfileEnum returned %d - %s", error.GetErrorCode(), error.GetMessage().c_str());
+    return error;
+}
+
+HyLNError HyLNDatabase::GetNoteInfoByUNID(UNIVERSALNOTEID* unid, unsigned int* noteID, ORIGINATORID* oid,
+                                          TIMEDATE* modified, unsigned short* noteClass)
+{
+    if (handle == NULLHANDLE)
+        return invalidHandleError();
+    return codeOf(HY_NSFDbGetNoteInfoByUNID(handle, unid, noteID, oid, modified, noteClass));
+}
+
+// A closed database is left to the runtime to refuse.
+HyLNError HyLNDatabase::GetViews()
+{
+    return codeOf(HY_NSFSearch(handle, NULLHANDLE, nullptr, 0, NOTE_CLASS_VIEW, nullptr, ForEachViewName, &handle,
+                               nullptr));
+}
+
+unsigned short ForEachViewName(void* context, SEARCH_MATCH* match, ITEM_TABLE* summary)
+{
+    (void)summary;
+    // The runtime does not promise an aligned match.
+    SEARCH_MATCH found;
+    std::memcpy(&found, match, sizeof found);
+    if ((found.SERetFlags & SE_FMATCH) == 0)
+        return NOERROR;
+    NOTEHANDLE note = NULLHANDLE;
+    STATUS status = HY_NSFNoteOpen(*static_cast<DBHANDLE*>(context), found.ID.NoteID, OPEN_SUMMARY, &note);
+    if (status != NOERROR)
+        return status;
+    char title[TITLE_SIZE] = {};
+    WORD length = HY_NSFItemGetText(note, "$TITLE", title, TITLE_SIZE);
+    if (length > 0 && !isNavigator(note))
+        sendTitleToHost(title, length);
+    HY_NSFNoteClose(note);
+    return NOERROR;
+}
+
+// ---------------------------------------------------------------------------
+// Folder filtering
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const char* const INVALID_PARAMETERS_MESSAGE = "Invalid parameters passed in.";
+const char* const FOLDER_SEPARATORS = ";";
+const char* const VIEWS_AND_FOLDERS = "-G40n^";
+const NOTEID DESIGN_COLLECTION = NOTE_ID_SPECIAL | NOTE_CLASS_DESIGN;
+// Reopened with a rebuilt index, so the folder is read as it is now.
+const WORD FOLDER_OPEN_FLAGS = 0x29;
+const DWORD ID_AND_CLASS = READ_MASK_NOTEID | READ_MASK_NOTECLASS;
+const DWORD FOLDER_BLOCK_ENTRIES = 0xFFFF;
+const DWORD ALL_ENTRIES = 0xFFFFFFFF;
+const size_t FOLDER_LIST_SIZE = 1024;
+const unsigned long KEEP_FOLDER_DOCUMENTS = 1;
+const unsigned long DROP_FOLDER_DOCUMENTS = 2;
+
+HyLNError invalidParametersError()
+{
+    HyLNError error;
+    error.SetCustomMessage(std::string(INVALID_PARAMETERS_MESSAGE));
+    return error;
+}
+
+// Cleanup on a path that already ends the operation: a failure to release is
+// nothing the caller could act on, and must not replace an exception under way.
+template <class Release>
+void releaseQuietly(Release release) noexcept
+{
+    try {
+        release();
+    } catch (...) {
+    }
+}
+
+// An ID table the operation makes for itself; destroyed on every path.
+class ScratchTable {
+public:
+    ScratchTable() = default;
+    ScratchTable(const ScratchTable&) = delete;
+    ScratchTable& operator=(const ScratchTable&) = delete;
+    ~ScratchTable()
+    {
+        releaseQuietly([this] { destroy(); });
+    }
+    // The handle is kept only when the runtime made the table.
+    STATUS create(DWORD alignment) { return keep(HY_IDCreateTable(alignment, &made_)); }
+    STATUS copyOf(DHANDLE table) { return keep(HY_IDTableCopy(table, &made_)); }
+    void destroy()
+    {
+        DHANDLE table = handle;
+        handle = NULLHANDLE;
+        if (table != NULLHANDLE)
+            HY_IDDestroyTable(table);
+    }
+    DHANDLE handle = NULLHANDLE;
+
+private:
+    STATUS keep(STATUS status)
+    {
+        if (status == NOERROR)
+            handle = made_;
+        return status;
+    }
+    DHANDLE made_ = NULLHANDLE;
+};
+
+// A collection the operation opens for itself; closed on every path.
+class OpenedCollection {
+public:
+    OpenedCollection() = default;
+    OpenedCollection(const OpenedCollection&) = delete;
+    OpenedCollection& operator=(const OpenedCollection&) = delete;
+    ~OpenedCollection()
+    {
+        releaseQuietly([this] { close(); });
+    }
+    STATUS open(DBHANDLE db, NOTEID viewId, WORD flags)
+    {
+        HCOLLECTION opened = 0;
+        STATUS status = HY_NIFOpenCollection(db, db, viewId, flags, NULLHANDLE, &opened, nullptr, nullptr, nullptr,
+                                             nullptr);
+        if (status == NOERROR)
+            handle = opened;
+        return status;
+    }
+    STATUS close()
+    {
+        HCOLLECTION collection = handle;
+        handle = 0;
+        return collection != 0 ? HY_NIFCloseCollection(collection) : NOERROR;
+    }
+    HCOLLECTION handle = 0;
+};
+
+// One read's block of entries, each a note ID and a note class, packed (6 bytes).
+class EntryBlock {
+public:
+    struct Entry {
+        NOTEID id;
+        WORD noteClass;
+    };
+    EntryBlock() = default;
+    EntryBlock(const EntryBlock&) = delete;
+    EntryBlock& operator=(const EntryBlock&) = delete;
+    ~EntryBlock()
+    {
+        releaseQuietly([this] { release(); });
+    }
+    bool lock()
+    {
+        entries_ = static_cast<const char*>(HY_OSLockObject(handle));
+        return entries_ != nullptr;
+    }
+    Entry at(DWORD index) const
+    {
+        const char* packed = entries_ + static_cast<size_t>(index) * (sizeof(NOTEID) + sizeof(WORD));
+        Entry entry;
+        std::memcpy(&entry.id, packed, sizeof entry.id);
+        std::memcpy(&entry.noteClass, packed + sizeof entry.id, sizeof entry.noteClass);
+        return entry;
+    }
+    void release()
+    {
+        if (entries_ != nullptr) {
+            entries_ = nullptr;
+            HY_OSUnlockObject(handle);
+        }
+        DHANDLE buffer = handle;
+        handle = NULLHANDLE;
+        if (buffer != NULLHANDLE)
+            HY_OSMemFree(buffer);
+    }
+    DHANDLE handle = NULLHANDLE;
+
+private:
+    const char* entries_ = nullptr;
+};
+
+HyLNError readViewTitle(DBHANDLE db, NOTEID viewId, char* title, WORD& length)
+{
+    NOTEHANDLE note = NULLHANDLE;
+    HyLNError error = statusOf(HY_NSFNoteOpen(db, viewId, 0, &note));
+    if (error.IsErrorSet()) {
+        HYLN_LOG_AS("AddSubFolders", 0, "Error: unable to open note: [%d] while getting subfolders. NSFNoteOpen(...) "
+                                        "returned: [%d]. Resulting error string is: [%s].",
+                    static_cast<int>(viewId), error.GetErrorCode(), error.GetMessage().c_str());
+        return error;
+    }
+    length = HY_NSFItemGetText(note, "$TITLE", title, TITLE_SIZE);
+    HY_NSFNoteClose(note);
+    return error;
+}
+
+// A title below a named folder ("Name\..."), added once for each name it is below.
+void addIfSubfolder(const char* title, const std::string& folders, std::string& additions)
+{
+    char names[FOLDER_LIST_SIZE] = {};
+    folders.copy(names, FOLDER_LIST_SIZE - 1);
+    char* rest = nullptr;
+    for (char* name = strtok_r(names, FOLDER_SEPARATORS, &rest); name != nullptr;
+         name = strtok_r(nullptr, FOLDER_SEPARATORS, &rest)) {
+        std::string parent = std::string(name) + "\\";
+        if (std::strncmp(title, parent.c_str(), parent.size()) == 0)
+            additions.append(";").append(title);
+    }
+}
+
+// False when a design note could not be opened: the operation ends with that status.
+bool addSubfoldersOfBlock(DBHANDLE db, const EntryBlock& block, DWORD count, const std::string& folders,
+                          std::string& additions, HyLNError& error)
+{
+    for (DWORD i = 0; i < count && !QuitJob(); ++i) {
+        EntryBlock::Entry entry = block.at(i);
+        if (entry.noteClass != NOTE_CLASS_VIEW)
+            continue;
+        char title[TITLE_SIZE] = {};
+        WORD length = 0;
+        error = readViewTitle(db, entry.id, title, length);
+        if (error.IsErrorSet())
+            return false;
+        if (length == 0) {
+            HYLN_LOG_AS("AddSubFolders", 3, "Warning: found a view/folder without a title.");
+            continue;
+        }
+        addIfSubfolder(title, folders, additions);
+    }
+    return true;
+}
+
+// False when an insert failed: the operation ends with that status.
+bool addDocumentsOfBlock(const EntryBlock& block, DWORD count, DHANDLE folderTable, HyLNError& error)
+{
+    for (DWORD i = 0; i < count && !QuitJob(); ++i) {
+        EntryBlock::Entry entry = block.at(i);
+        if (entry.noteClass != NOTE_CLASS_DOCUMENT)
+            continue;
+        HyLNError inserted = statusOf(HY_IDInsert(folderTable, entry.id, nullptr));
+        if (inserted.IsErrorSet()) {
+            error = inserted;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Error: unable to insert note ID into document table. "
+                                                       "NIFReadEntries(...) returned: [%d]. Resulting error string: [%s].",
+                        error.GetErrorCode(), error.GetMessage().c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+// Every document of the folder into folderTable. False when the operation ends here;
+// `error` then holds what it returns (unchanged when the entries could not be locked).
+bool addFolderDocuments(const char* name, OpenedCollection& folder, DHANDLE folderTable, HyLNError& error)
+{
+    COLLECTIONPOSITION position{};
+    WORD signals = 0;
+    do {
+        EntryBlock block;
+        DWORD count = 0;
+        HyLNError read = statusOf(HY_NIFReadEntries(folder.handle, &position, NAVIGATE_NEXT, 1, NAVIGATE_NEXT,
+                                                    FOLDER_BLOCK_ENTRIES, ID_AND_CLASS, &block.handle, nullptr,
+                                                    nullptr, &count, &signals));
+        if (read.IsErrorSet()) {
+            error = read;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Error: unable to read entries in view/folder: [%s]. "
+                                                       "NIFReadEntries(...) returned: [%d]. Resulting error string: [%s].",
+                        name, error.GetErrorCode(), error.GetMessage().c_str());
+            return false;
+        }
+        if (block.handle == NULLHANDLE || count == 0) {
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "No entries in folder/view: [%s].", name);
+            return true;
+        }
+        if (!block.lock()) {
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0,
+                        "Error: OSLockObject(...) returned a NULL buffer during folder filetering.");
+            return false;
+        }
+        if (!addDocumentsOfBlock(block, count, folderTable, error))
+            return false;
+        block.release();
+    } while ((signals & SIGNAL_MORE_TO_DO) && !QuitJob());
+    return true;
+}
+
+// Cuts `folders` in place (a zero byte for each separator reached) and collects the
+// documents of each named folder. False when the operation ends here.
+bool collectFolderDocuments(DBHANDLE db, std::string& folders, DHANDLE folderTable, HyLNError& error)
+{
+    char* rest = nullptr;
+    char* name = strtok_r(&folders[0], FOLDER_SEPARATORS, &rest);
+    std::printf("\n FolderName in Interface = %s\n ", name != nullptr ? name : "(null)");
+    while (name != nullptr) {
+        NOTEID viewId = 0;
+        HyLNError found = statusOf(HY_NIFFindDesignNoteExt(db, name, NOTE_CLASS_VIEW, VIEWS_AND_FOLDERS, &viewId, 0));
+        if (found.IsErrorSet()) {
+            error = found;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Warning: unable to find a folder/view. NIFFindView(...) "
+                                                       "returned: [%d]. Resulting error string: [%s].",
+                        error.GetErrorCode(), error.GetMessage().c_str());
+            name = strtok_r(nullptr, FOLDER_SEPARATORS, &rest);
+            continue;
+        }
+        OpenedCollection folder;
+        HyLNError opened = statusOf(folder.open(db, viewId, FOLDER_OPEN_FLAGS));
+        if (opened.IsErrorSet()) {
+            error = opened;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Error: unable to open collection for folder/view: [%s]. "
+                                                       "NIFOpenCollection(...) returned: [%d]. Resulting error string: [%s].",
+                        name, error.GetErrorCode(), error.GetMessage().c_str());
+            return false;
+        }
+        if (!addFolderDocuments(name, folder, folderTable, error))
+            return false;
+        name = strtok_r(nullptr, FOLDER_SEPARATORS, &rest);
+        HyLNError closed = statusOf(folder.close());
+        if (closed.IsErrorSet()) {
+            error = closed;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Error: unable to close collection during folder/view "
+                                                       "filtering. NIFCloseCollection(...) returned: [%d]. Resulting "
+                                                       "error string: [%s].",
+                        error.GetErrorCode(), error.GetMessage().c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+// Deletes from `table` each candidate whose membership of folderTable equals
+// `removeMembers`. False when a delete failed.
+bool removeByMembership(DHANDLE table, DHANDLE candidates, DHANDLE folderTable, bool removeMembers, HyLNError& error)
+{
+    DWORD id = 0;
+    for (BOOL more = HY_IDScan(candidates, TRUE, &id); more && !QuitJob(); more = HY_IDScan(candidates, FALSE, &id)) {
+        if ((HY_IDIsPresent(folderTable, id) != FALSE) != removeMembers)
+            continue;
+        HyLNError deleted = statusOf(HY_IDDelete(table, id, nullptr));
+        if (deleted.IsErrorSet()) {
+            error = deleted;
+            HYLN_LOG_AS("FilterDocumentsOfFolders", 0, "Error: unable to delete note: [%d] from ID table during "
+                                                       "folder filtering. IDDelete(...) returned: [%d]. Resulting "
+                                                       "error string is: [%s].",
+                        static_cast<int>(id), error.GetErrorCode(), error.GetMessage().c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+HyLNError HyLNDatabase::FilterDocumentsOfFolders(std::string& folders, unsigned int& table, unsigned long mode)
+{
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    if (table == NULLHANDLE || folders.empty())
+        return invalidParametersError();
+    ScratchTable inFolders;
+    HyLNError error = statusOf(inFolders.create(0));
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Error: unable to create a temporary document table for folder/view filtering. IDCreateTable(...) "
+                    "returned: [%d]. Resulting error string: [%s].",
+                 error.GetErrorCode(), error.GetMessage().c_str());
+        return error;
+    }
+    // Filtering goes on without the subfolders; the status keeps the failure.
+    error = AddSubFolders(folders);
+    if (error.IsErrorSet())
+        HYLN_LOG(0, "Error: unable to find subfolders for folder filtering.");
+    if (!collectFolderDocuments(handle, folders, inFolders.handle, error))
+        return error;
+    // The host table changes under the walk, so the walk goes over a copy.
+    ScratchTable candidates;
+    HyLNError copied = statusOf(candidates.copyOf(table));
+    if (copied.IsErrorSet()) {
+        HYLN_LOG(0, "Error: unable to create a temporary working copy of the note table. IDTableCopy(...) returned: "
+                    "[%d]. Resulting error string: [%s].",
+                 copied.GetErrorCode(), copied.GetMessage().c_str());
+        return copied;
+    }
+    bool filters = mode == KEEP_FOLDER_DOCUMENTS || mode == DROP_FOLDER_DOCUMENTS;
+    if (filters && !removeByMembership(table, candidates.handle, inFolders.handle, mode == DROP_FOLDER_DOCUMENTS, error))
+        return error;
+    // Hosts expect this line after an including run as well: only excluding ends without it.
+    if (mode != DROP_FOLDER_DOCUMENTS)
+        HYLN_LOG(0, "Warning: folder filter function called without filter mode set to false.");
+    candidates.destroy();
+    inFolders.destroy();
+    return error;
+}
+
+HyLNError HyLNDatabase::AddSubFolders(std::string& folders)
+{
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    if (folders.empty())
+        return invalidParametersError();
+    OpenedCollection design;
+    HyLNError error = statusOf(design.open(handle, DESIGN_COLLECTION, 0));
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Error: unable to open collection to get subfolders. NIFOpenCollection(...) returned: [%d]. "
+                    "Resulting error string: [%s].",
+                 error.GetErrorCode(), error.GetMessage().c_str());
+        return error;
+    }
+    std::string additions;
+    COLLECTIONPOSITION position{};
+    position.Tumbler[0] = 1;
+    WORD signals = 0;
+    do {
+        EntryBlock block;
+        DWORD count = 0;
+        error = statusOf(HY_NIFReadEntries(design.handle, &position, NAVIGATE_CURRENT, 1, NAVIGATE_NEXT, ALL_ENTRIES,
+                                           ID_AND_CLASS, &block.handle, nullptr, nullptr, &count, &signals));
+        if (error.IsErrorSet()) {
+            HYLN_LOG(0, "Error: unable to read entries while getting subfolders. NIFReadEntries(...) returned: [%d]. "
+                        "Resulting error string: [%s].",
+                     error.GetErrorCode(), error.GetMessage().c_str());
+            return error;
+        }
+        if (block.handle == NULLHANDLE || count == 0) {
+            HYLN_LOG(0, "Warning: no design entries found.");
+            break;
+        }
+        if (!block.lock()) {
+            HYLN_LOG(0, "Error: OSLockObject(...) returned a NULL buffer while getting subfolders.");
+            return error;
+        }
+        if (!addSubfoldersOfBlock(handle, block, count, folders, additions, error))
+            return error;
+        block.release();
+    } while ((signals & SIGNAL_MORE_TO_DO) && !QuitJob());
+    if (!additions.empty())
+        folders += additions;
+    return error;
+}
+
+// ---------------------------------------------------------------------------
+// Folder reconstruction on restore
+// ---------------------------------------------------------------------------
+
+namespace {
+
+// A folder record: the folder note's identity (its UNID in the first 16 bytes), the
+// count of entries, then the entries, each beginning with a note's UNID.
+const DWORD FOLDER_IDENTITY_SIZE = 28;
+const DWORD FOLDER_HEADER_SIZE = FOLDER_IDENTITY_SIZE + sizeof(DWORD);
+
+enum class RecordOutcome {
+    Done,        // go on with the next record
+    BufferEnds,  // the rest of the buffer does not hold a whole entry
+    Failed,      // the operation ends with the status as it is
+};
+
+bool fitsIn(DWORD offset, DWORD size, DWORD length)
+{
+    return size <= length && offset <= length - size;
+}
+
+UNID unidAt(const char* at)
+{
+    UNID unid;
+    std::memcpy(&unid, at, sizeof unid);
+    return unid;
+}
+
+std::string timeText(const TIMEDATE& time)
+{
+    std::string text;
+    HyLNUtilities::GetTimeString(time, text);
+    return text;
+}
+
+// The folder's note ID, or 0 when it is not in this database: its notes are then
+// looked up but added nowhere.
+NOTEID folderNoteId(DBHANDLE db, UNID unid, HyLNError& error)
+{
+    NOTEID folderId = 0;
+    ORIGINATORID oid{};
+    TIMEDATE modified{};
+    WORD noteClass = 0;
+    HyLNError found = statusOf(HY_NSFDbGetNoteInfoByUNID(db, &unid, &folderId, &oid, &modified, &noteClass));
+    if (!found.IsErrorSet())
+        return folderId;
+    error = found;
+    HYLN_LOG_AS("PutNotesInFolders", 0,
+                "Could not get noteID from UNID DBID=%8x:%8x Creation Time=%s for folder reconstruction - %s",
+                unid.File.Innards[0], unid.File.Innards[1], timeText(unid.Note).c_str(), error.GetMessage().c_str());
+    return 0;
+}
+
+// False when the note could not be put into the table: the operation ends.
+bool addRestoredNote(DBHANDLE db, UNID unid, NOTEID folderId, DHANDLE notes, HyLNError& error)
+{
+    NOTEID noteId = 0;
+    ORIGINATORID oid{};
+    TIMEDATE modified{};
+    WORD noteClass = 0;
+    STATUS status = HY_NSFDbGetNoteInfoByUNID(db, &unid, &noteId, &oid, &modified, &noteClass);
+    if (status != NOERROR) {
+        error = statusOf(status);
+        // Mail deleted since the backup is expected to be missing: no line for it.
+        if (status != ERR_NOT_FOUND)
+            HYLN_LOG_AS("PutNotesInFolders", 0,
+                        "Could not get noteID from UNID DBID=%8x:%8x Creation Time=%s to insert into folder noteID %d "
+                        "- %s",
+                        unid.File.Innards[0], unid.File.Innards[1], timeText(unid.Note).c_str(),
+                        static_cast<int>(folderId), error.GetMessage().c_str());
+        return true;
+    }
+    HyLNError inserted = statusOf(HY_IDInsert(notes, noteId, nullptr));
+    if (inserted.IsErrorSet()) {
+        error = inserted;
+        HYLN_LOG_AS("PutNotesInFolders", 0, "Could not insert noteID %d into IDTable for folder reconstruction - %s.",
+                    static_cast<int>(noteId), error.GetMessage().c_str());
+        return false;
+    }
+    return true;
+}
+
+void addToFolder(DBHANDLE db, NOTEID folderId, DHANDLE notes, HyLNError& error)
+{
+    HyLNError added = statusOf(HY_FolderDocAdd(db, NULLHANDLE, folderId, notes, 0));
+    if (added.IsErrorSet()) {
+        error = added;
+        HYLN_LOG_AS("PutNotesInFolders", 0, "Could not add IDTable to folder note %d - %s", static_cast<int>(folderId),
+                    error.GetMessage().c_str());
+    }
+}
+
+// The record at `offset`, whose header the caller has found within `length`; moves
+// `offset` past what it read. An entry shorter than a UNID cannot name a note, so
+// with such a stride no entry fits.
+RecordOutcome restoreFolderRecord(DBHANDLE db, const char* buffer, DWORD length, DWORD entrySize, DWORD& offset,
+                                  HyLNError& error)
+{
+    const DWORD recordStart = offset;
+    const UNID folderUnid = unidAt(buffer + offset);
+    NOTEID folderId = folderNoteId(db, folderUnid, error);
+    DWORD count = 0;
+    std::memcpy(&count, buffer + offset + FOLDER_IDENTITY_SIZE, sizeof count);
+    offset += FOLDER_HEADER_SIZE;
+    if (count == 0)
+        return RecordOutcome::Done;
+    HYLN_LOG_AS("PutNotesInFolders", 2,
+                "Processing folder (UNID %08x%08x:%08x%08x) info with %d items (size=%d, at offset %d/%d).",
+                folderUnid.File.Innards[1], folderUnid.File.Innards[0], folderUnid.Note.Innards[1],
+                folderUnid.Note.Innards[0], static_cast<int>(count), static_cast<int>(entrySize * count + 4),
+                static_cast<int>(recordStart), static_cast<int>(length));
+    ScratchTable notes;
+    HyLNError created = statusOf(notes.create(sizeof(NOTEID)));
+    if (created.IsErrorSet()) {
+        error = created;
+        HYLN_LOG_AS("PutNotesInFolders", 0, "Could not allocate IDTable for folder reconstruction - %s",
+                    error.GetMessage().c_str());
+        return RecordOutcome::Failed;
+    }
+    RecordOutcome outcome = RecordOutcome::Done;
+    for (DWORD i = 0; i < count && offset < length; ++i) {
+        if (entrySize < sizeof(UNID) || !fitsIn(offset, entrySize, length)) {
+            outcome = RecordOutcome::BufferEnds;
+            break;
+        }
+        if (!addRestoredNote(db, unidAt(buffer + offset), folderId, notes.handle, error)) {
+            notes.destroy();
+            return RecordOutcome::Failed;
+        }
+        offset += entrySize;
+    }
+    if (folderId != 0)
+        addToFolder(db, folderId, notes.handle, error);
+    notes.destroy();
+    return outcome;
+}
+
+} // namespace
+
+HyLNError HyLNDatabase::PutNotesInFolders(char* buffer, unsigned int length, const char* text)
+{
+    (void)text;
+    if (handle == NULLHANDLE)
+        return closedDatabaseError();
+    const DWORD entrySize = HY_ODSLength(_UNIVERSALNOTEID);
+    HyLNError error;
+    DWORD offset = 0;
+    RecordOutcome outcome = RecordOutcome::Done;
+    while (outcome == RecordOutcome::Done && fitsIn(offset, FOLDER_HEADER_SIZE, length))
+        outcome = restoreFolderRecord(handle, buffer, length, entrySize, offset, error);
+    return error;
+}

@@ -69,10 +69,13 @@ public:
     HyLNError GetViews();
 
     // Folder filtering. `folders` holds names separated by ';' and is changed in place.
+    // The scratch ID tables, collections, design notes and entry buffers these make are
+    // released on every path, the early returns included; the host's table is never freed.
     HyLNError FilterDocumentsOfFolders(std::string& folders, unsigned int& table, unsigned long mode);
     HyLNError AddSubFolders(std::string& folders);
 
-    // Folder reconstruction on restore; `text` is not read.
+    // Folder reconstruction on restore; `text` is not read. The walk ends at the first
+    // record header or entry that does not fit in `length`: nothing past it is read.
     HyLNError PutNotesInFolders(char* buffer, unsigned int length, const char* text);
 
     // Database objects and runtime memory blocks.

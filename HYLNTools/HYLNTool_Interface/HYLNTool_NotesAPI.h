@@ -450,6 +450,13 @@ typedef DWORD (*XML_READ_FUNCTION)(BYTE* pBuffer, DWORD length, void* pAction);
 #define UPDATE_NOREVISION 0x0100
 #define UPDATE_NOSTUB 0x0200
 
+// Collections: navigation, what each entry returns, and the read's signal flags.
+#define NAVIGATE_CURRENT 0
+#define NAVIGATE_NEXT 1
+#define READ_MASK_NOTEID 0x00000001u
+#define READ_MASK_NOTECLASS 0x00000004u
+#define SIGNAL_MORE_TO_DO 0x0020
+
 // Name lookup flags.
 #define NAME_LOOKUP_ALL 0x0001
 #define NAME_LOOKUP_NOSEARCHING 0x0002

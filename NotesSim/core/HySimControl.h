@@ -69,6 +69,13 @@ void HySimUseRealClock(void);
 // export or import went well); null for an unknown handle. Valid until the next call.
 const char* HySimDxlResultLog(unsigned int handle);
 
+// Unread marks as NSFDbGetUnreadNoteTable reads them, kept per user and database:
+// marks note `noteId` of the open database `database` unread (unread != 0) or read for
+// `userName` (a canonical name; case does not matter). The first mark gives the user a
+// stored list, after which the notes not marked count as read. Returns a STATUS: 0,
+// ERR_INVALID_NOTE for an unknown note, ERR_NOTE_DELETED for a deletion stub.
+unsigned short HySimSetUnread(unsigned int database, const char* userName, unsigned int noteId, int unread);
+
 #ifdef __cplusplus
 }
 #endif

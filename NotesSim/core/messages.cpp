@@ -81,6 +81,7 @@ constexpr Message kMessages[] = {
     {sim::STS_FAULT_LIST, "The simulated runtime's fault list is malformed."}, // named in findText when known
     {sim::STS_NO_ARCHIVING_SESSION, "No transaction log archiving is in progress: call NSFBeginArchivingLogs first."},
     {sim::STS_DATABASE_OFFLINE, "The database has been taken offline."},
+    {sim::STS_NOT_A_FOLDER, "The note is not a folder."},
 };
 
 constexpr bool sortedByCode()

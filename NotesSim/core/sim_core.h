@@ -51,6 +51,7 @@ enum : STATUS {
     STS_FAULT_LIST = 0x3F0E,         // HYSIM_FAULTS has a malformed entry: the runtime will not start
     STS_NO_ARCHIVING_SESSION = 0x3F0F, // a log-archiving call without NSFBeginArchivingLogs
     STS_DATABASE_OFFLINE = 0x3F10,   // the database was taken offline (NSFTakeDatabaseOffline)
+    STS_NOT_A_FOLDER = 0x3F11,       // a folder operation on a note that is not a folder (no published code)
 };
 
 constexpr size_t kEntryCount = 0

@@ -51,9 +51,15 @@ CREATE TABLE items(
   name BLOB NOT NULL, flags INTEGER NOT NULL, value BLOB NOT NULL, object_rrv INTEGER,
   PRIMARY KEY(note_id, position)) WITHOUT ROWID;
 CREATE INDEX items_by_object ON items(object_rrv) WHERE object_rrv IS NOT NULL;
+CREATE TABLE folder_members(
+  folder INTEGER NOT NULL, note_id INTEGER NOT NULL, PRIMARY KEY(folder, note_id)) WITHOUT ROWID;
 CREATE TABLE objects(
   rrv INTEGER PRIMARY KEY, class INTEGER NOT NULL, privileges INTEGER NOT NULL,
   type INTEGER NOT NULL, bytes BLOB NOT NULL);
+CREATE TABLE unread_users(user TEXT PRIMARY KEY COLLATE NOCASE) WITHOUT ROWID;
+CREATE TABLE unread_marks(
+  user TEXT NOT NULL COLLATE NOCASE, note_id INTEGER NOT NULL,
+  PRIMARY KEY(user, note_id)) WITHOUT ROWID;
 )";
 
 // Carries a STATUS out of the SQL helpers to the boundary of a Storage call.
@@ -116,6 +122,12 @@ public:
     }
     Statement& bindBlob(int index, const std::string& bytes) { return bindBlob(index, bytes.data(), bytes.size()); }
     Statement& bindBlob(int index, const std::vector<char>& bytes) { return bindBlob(index, bytes.data(), bytes.size()); }
+    // Text compares under the column's collation, which a blob never does.
+    Statement& bindText(int index, const std::string& text)
+    {
+        check(sqlite3_bind_text64(stmt_, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8));
+        return *this;
+    }
     Statement& bindNull(int index)
     {
         check(sqlite3_bind_null(stmt_, index));
@@ -134,6 +146,7 @@ public:
         }
     }
     long long integer(int column) const { return sqlite3_column_int64(stmt_, column); }
+    sqlite3_stmt* raw() const { return stmt_; }
     std::vector<char> blob(int column) const
     {
         const char* data = static_cast<const char*>(sqlite3_column_blob(stmt_, column));
@@ -975,7 +988,8 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         Transaction snapshot(db_, "BEGIN");
         TIMEDATE now = nowTimedate();
         TIMEDATE last = lastDataModified(db_);
-        until = timedateOrder(now) >= timedateOrder(last) ? now : last;
+        // Past every stamp so far, so passing it back as `since` finds no change twice.
+        until = timedateOrder(now) > timedateOrder(last) ? now : nextTick(last);
         std::string sql = std::string(kNoteColumns) + "WHERE (class & ?) != 0";
         if (!withDeleted)
             sql += " AND deleted = 0";
@@ -989,6 +1003,148 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         while (query.step())
             out.push_back(noteFromRow(query));
         snapshot.commit();
+    });
+}
+
+STATUS Storage::scanSummaries(WORD classMask,
+                              const std::function<void(const NoteRecord&, std::vector<ItemRecord>&)>& visit)
+{
+    return withConnection([&] {
+        Transaction snapshot(db_, "BEGIN");
+        std::string sql = "SELECT n.note_id, n.unid, n.sequence, n.sequence_time, n.class, n.flags, n.modified,"
+                          " n.accessed, n.added, n.deleted, i.name, i.flags, i.value FROM notes n"
+                          " LEFT JOIN items i ON i.note_id = n.note_id AND (i.flags & " +
+                          std::to_string(ITEM_SUMMARY) +
+                          ") != 0 WHERE (n.class & ?) != 0 AND n.deleted = 0 ORDER BY n.note_id, i.position";
+        Statement query(db_, sql.c_str());
+        query.bind(1, classMask & NOTE_CLASS_ALL);
+        NoteRecord note;
+        std::vector<ItemRecord> items;
+        bool pending = false;
+        while (query.step()) {
+            NOTEID id = static_cast<NOTEID>(query.integer(0));
+            if (pending && id != note.id) {
+                visit(note, items);
+                items.clear();
+            }
+            if (!pending || id != note.id)
+                note = noteFromRow(query);
+            pending = true;
+            if (sqlite3_column_type(query.raw(), 10) != SQLITE_NULL)
+                items.push_back(ItemRecord{query.text(10), static_cast<WORD>(query.integer(11)), query.blob(12)});
+        }
+        if (pending)
+            visit(note, items);
+        snapshot.commit();
+    });
+}
+
+namespace {
+
+// Databases written before folders held members lack their table.
+void ensureFolderTable(sqlite3* db)
+{
+    execute(db, "CREATE TABLE IF NOT EXISTS folder_members(folder INTEGER NOT NULL, note_id INTEGER NOT NULL,"
+                " PRIMARY KEY(folder, note_id)) WITHOUT ROWID");
+}
+
+bool hasTable(sqlite3* db, const char* name)
+{
+    Statement query(db, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = ?");
+    query.bindText(1, name);
+    return query.step();
+}
+
+// Databases written before unread marks were kept lack their tables.
+void ensureUnreadTables(sqlite3* db)
+{
+    execute(db, "CREATE TABLE IF NOT EXISTS unread_users(user TEXT PRIMARY KEY COLLATE NOCASE) WITHOUT ROWID;"
+                "CREATE TABLE IF NOT EXISTS unread_marks(user TEXT NOT NULL COLLATE NOCASE, note_id INTEGER NOT NULL,"
+                " PRIMARY KEY(user, note_id)) WITHOUT ROWID");
+}
+
+} // namespace
+
+STATUS Storage::addToFolder(NOTEID folder, const std::vector<NOTEID>& documents)
+{
+    return withConnection([&] {
+        Transaction tx(db_);
+        ensureFolderTable(db_);
+        for (NOTEID id : documents) {
+            NoteRecord note;
+            if (!selectNote(db_, "WHERE note_id = ?", id, note) || note.noteClass != NOTE_CLASS_DOCUMENT)
+                throw Failure{ERR_INVALID_NOTE};
+            if (note.deleted)
+                throw Failure{ERR_NOTE_DELETED};
+            Statement(db_, "INSERT OR IGNORE INTO folder_members(folder, note_id) VALUES(?, ?)").bind(1, folder).bind(2, id).run();
+        }
+        Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(nextModifiedTime(db_))).run();
+        tx.commit();
+    });
+}
+
+STATUS Storage::folderMembers(NOTEID folder, std::vector<NOTEID>& out)
+{
+    return withConnection([&] {
+        out.clear();
+        if (!hasTable(db_, "folder_members"))
+            return;
+        Statement query(db_, "SELECT note_id FROM folder_members WHERE folder = ? ORDER BY note_id");
+        query.bind(1, folder);
+        while (query.step())
+            out.push_back(static_cast<NOTEID>(query.integer(0)));
+    });
+}
+
+STATUS Storage::unreadNotes(const std::string& user, bool& hasList, std::vector<NOTEID>& out)
+{
+    return withConnection([&] {
+        Transaction snapshot(db_, "BEGIN");
+        out.clear();
+        hasList = false;
+        if (!hasTable(db_, "unread_users"))
+            return;
+        Statement known(db_, "SELECT 1 FROM unread_users WHERE user = ?");
+        known.bindText(1, user);
+        hasList = known.step();
+        Statement marks(db_, "SELECT unread_marks.note_id FROM unread_marks JOIN notes"
+                             " ON notes.note_id = unread_marks.note_id"
+                             " WHERE unread_marks.user = ? AND notes.deleted = 0 ORDER BY unread_marks.note_id");
+        marks.bindText(1, user);
+        while (marks.step())
+            out.push_back(static_cast<NOTEID>(marks.integer(0)));
+        snapshot.commit();
+    });
+}
+
+STATUS Storage::setUnread(const std::string& user, NOTEID id, bool unread)
+{
+    return withConnection([&] {
+        Transaction tx(db_);
+        NoteRecord note;
+        if (!selectNote(db_, "WHERE note_id = ?", id, note))
+            throw Failure{ERR_INVALID_NOTE};
+        if (note.deleted)
+            throw Failure{ERR_NOTE_DELETED};
+        ensureUnreadTables(db_);
+        Statement(db_, "INSERT OR IGNORE INTO unread_users(user) VALUES(?)").bindText(1, user).run();
+        Statement mark(db_, unread ? "INSERT OR IGNORE INTO unread_marks(user, note_id) VALUES(?, ?)"
+                                   : "DELETE FROM unread_marks WHERE user = ? AND note_id = ?");
+        mark.bindText(1, user).bind(2, id).run();
+        tx.commit();
+    });
+}
+
+STATUS Storage::itemsNamed(const std::string& name, std::vector<std::pair<NOTEID, std::vector<char>>>& out)
+{
+    return withConnection([&] {
+        Statement query(db_, "SELECT items.note_id, items.value FROM items JOIN notes ON notes.note_id = items.note_id"
+                             " WHERE notes.deleted = 0 AND CAST(items.name AS TEXT) = ? COLLATE NOCASE"
+                             " ORDER BY items.note_id, items.position");
+        query.bindText(1, name);
+        out.clear();
+        while (query.step())
+            out.emplace_back(static_cast<NOTEID>(query.integer(0)), query.blob(1));
     });
 }
 

@@ -5,9 +5,11 @@
 #ifndef HYSIM_STORAGE_H
 #define HYSIM_STORAGE_H
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "HYLNTool_NotesAPI.h"
@@ -163,6 +165,24 @@ public:
     // as the next `since`: every later change is stamped at or after it.
     STATUS listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
                      TIMEDATE& until);
+
+    // Live notes of the class mask with their summary items, in note ID order, read in
+    // one pass. `visit` must not call this storage.
+    STATUS scanSummaries(WORD classMask, const std::function<void(const NoteRecord&, std::vector<ItemRecord>&)>& visit);
+
+    // Files live documents in a folder note (all or none: ERR_INVALID_NOTE or
+    // ERR_NOTE_DELETED name a note that is not one). Counts as a data change.
+    STATUS addToFolder(NOTEID folder, const std::vector<NOTEID>& documents);
+    // The notes filed in a folder, in note ID order, whether or not they still exist.
+    STATUS folderMembers(NOTEID folder, std::vector<NOTEID>& out);
+
+    // Unread marks of one user (names compare without regard to case), live notes only.
+    // `hasList` is false for a user who never had a mark set, read or unread.
+    STATUS unreadNotes(const std::string& user, bool& hasList, std::vector<NOTEID>& out);
+    // ERR_INVALID_NOTE for an unknown note, ERR_NOTE_DELETED for a stub.
+    STATUS setUnread(const std::string& user, NOTEID id, bool unread);
+    // Live notes holding an item of this name (any case), with its value (type word first).
+    STATUS itemsNamed(const std::string& name, std::vector<std::pair<NOTEID, std::vector<char>>>& out);
 
     STATUS allocObject(DWORD size, WORD objectClass, WORD privileges, WORD type, DWORD& rrv);
     STATUS storeObject(const std::vector<char>& bytes, WORD objectClass, WORD type, DWORD& rrv);

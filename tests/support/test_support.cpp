@@ -170,6 +170,7 @@ SimControl& sim()
         resolve(library, "HySimCallCount", c.callCount);
         resolve(library, "HySimSetClock", c.setClock);
         resolve(library, "HySimUseRealClock", c.useRealClock);
+        resolve(library, "HySimSetUnread", c.setUnread);
         return c;
     }();
     return control;

@@ -66,6 +66,7 @@ struct SimControl {
     unsigned long (*callCount)(const char* name);
     void (*setClock)(long long unixSeconds, int hundredths);
     void (*useRealClock)();
+    unsigned short (*setUnread)(unsigned int database, const char* userName, unsigned int noteId, int unread);
 };
 SimControl& sim();
 std::vector<std::string> simTrace();

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "HySimControl.h"
 #include "sim_core.h"
 
 namespace seed {
@@ -87,6 +88,38 @@ void Database::setReplicaId(const TIMEDATE& id)
     check(NSFDbReplicaInfoSet(handle_, &replica), "NSFDbReplicaInfoSet(" + path_ + ")");
 }
 
+void Database::markUnread(const std::string& user, NOTEID note)
+{
+    check(HySimSetUnread(handle_, user.c_str(), note, 1), "HySimSetUnread(" + path_ + ")");
+}
+
+void Database::fileInFolder(NOTEID folder, const std::vector<NOTEID>& documents)
+{
+    DHANDLE table = NULLHANDLE;
+    check(IDCreateTable(0, &table), "IDCreateTable");
+    for (NOTEID id : documents)
+        IDInsert(table, id, nullptr);
+    STATUS status = FolderDocAdd(handle_, NULLHANDLE, folder, table, 0);
+    IDDestroyTable(table);
+    check(status, "FolderDocAdd(" + path_ + ")");
+}
+
+std::vector<char> compileFormula(const std::string& text)
+{
+    FORMULAHANDLE handle = NULLHANDLE;
+    WORD length = 0;
+    STATUS error = NOERROR;
+    WORD line = 0, column = 0, offset = 0, size = 0;
+    check(NSFFormulaCompile(nullptr, 0, text.data(), static_cast<WORD>(text.size()), &handle, &length, &error, &line,
+                            &column, &offset, &size),
+          "NSFFormulaCompile(" + text + ")");
+    const char* bytes = static_cast<const char*>(OSLockObject(handle));
+    std::vector<char> compiled(bytes, bytes + length);
+    OSUnlockObject(handle);
+    OSMemFree(handle);
+    return compiled;
+}
+
 Note::Note(Database& db, WORD noteClass) : db_(db)
 {
     check(NSFNoteCreate(db.handle(), &handle_), "NSFNoteCreate(" + db.path() + ")");
@@ -149,6 +182,13 @@ void Note::attach(const std::string& file, const std::string& storedName)
 void Note::update()
 {
     check(NSFNoteUpdate(handle_, 0), "NSFNoteUpdate(" + db_.path() + ")");
+}
+
+NOTEID Note::id() const
+{
+    NOTEID id = 0;
+    NSFNoteGetInfo(handle_, _NOTE_ID, &id);
+    return id;
 }
 
 } // namespace seed

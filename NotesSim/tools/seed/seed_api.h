@@ -32,6 +32,9 @@ public:
     Runtime& operator=(const Runtime&) = delete;
 };
 
+// A formula as the runtime compiles it (what a view note stores).
+std::vector<char> compileFormula(const std::string& text);
+
 class Database {
 public:
     // Creates (overwriting) and opens the database at `path`, relative to the data directory.
@@ -43,6 +46,9 @@ public:
     // The information buffer: title, then optional "#1" / "#2" template lines.
     void setInfo(const std::string& info);
     void setReplicaId(const TIMEDATE& id);
+    // Marks a note unread for `user` (a canonical name) in the runtime's unread list.
+    void markUnread(const std::string& user, NOTEID note);
+    void fileInFolder(NOTEID folder, const std::vector<NOTEID>& documents);
     DBHANDLE handle() const { return handle_; }
     const std::string& path() const { return path_; }
 
@@ -67,6 +73,7 @@ public:
     void raw(const std::string& name, WORD flags, WORD type, const std::vector<char>& data);
     void attach(const std::string& file, const std::string& storedName);
     void update();
+    NOTEID id() const;
 
 private:
     Database& db_;

@@ -5,6 +5,8 @@
 
 #include <set>
 
+#include "view_format.h"
+
 namespace seed {
 
 MailWriter::MailWriter(Writer& writer, Content& content, const std::vector<std::string>& sources,
@@ -13,18 +15,69 @@ MailWriter::MailWriter(Writer& writer, Content& content, const std::vector<std::
 {
 }
 
+namespace {
+
+const size_t kUnreadEvery = 3;
+const char* const kMailSelection = "Form = \"Memo\" | Form = \"Reply\"";
+
+// Categorized by sender, newest first within a sender; replies show who answered.
+ViewDesign bySender()
+{
+    using namespace sim::viewformat;
+    std::vector<Column> columns = {{"From", "Who", kColumnSort | kColumnCategory, ""},
+                                   {"$Reply", "", kColumnResponse, "\"Reply from \" + From"},
+                                   {"PostedDate", "Date", kColumnSort | kColumnDescending, ""},
+                                   {"Subject", "Subject", 0, ""},
+                                   {"$Size", "Size", 0, "@DocLength"}};
+    return ViewDesign{"By Sender|bysender", "", columns, kMailSelection, 0};
+}
+
+ViewDesign folder(const std::string& title)
+{
+    return ViewDesign{title, "F", kMailColumns, "", 0};
+}
+
+} // namespace
+
+// The design of a mailbox: the Inbox folder, the sent, draft and all-documents views,
+// a categorized view, and user folders with subfolders; every memo is in the Inbox
+// and some are filed in the user folders as well.
 void MailWriter::write(const MailJob& job)
 {
     auto db = writer_.newDatabase(job.path, job.owner->commonName, DBCLASS_NOTEFILE, job.replicaId);
-    writer_.writeView(*db, "($All)", "", kMailColumns);
-    writer_.writeView(*db, "($Inbox)", "F", kMailColumns);
-    writer_.writeView(*db, "($Sent)", "", kMailColumns);
-    writer_.writeView(*db, "($Drafts)", "", kMailColumns);
-    writer_.writeView(*db, "($Trash)", "F", kMailColumns);
-    writer_.writeView(*db, "Restore View|restore", "F", kMailColumns);
-    writer_.writeView(*db, "Projects", "F", kMailColumns);
-    for (size_t i = 0; i < job.messages; ++i)
-        writeMemo(*db, *job.owner);
+    writer_.writeView(*db, ViewDesign{"($All)", "", kMailColumns, kMailSelection, 0});
+    NOTEID inbox = writer_.writeView(*db, folder("($Inbox)|$Inbox"));
+    writer_.writeView(*db, ViewDesign{"($Sent)", "", kMailColumns,
+                                      "Form = \"Memo\" & From = \"" + job.owner->canonicalName + "\"", 0});
+    writer_.writeView(*db, ViewDesign{"($Drafts)", "", kMailColumns, "Form = \"Memo\" & @Text(PostedDate) = \"\"", 0});
+    writer_.writeView(*db, bySender());
+    writer_.writeView(*db, folder("($Trash)"));
+    writer_.writeView(*db, folder("Restore View|restore"));
+    std::vector<NOTEID> userFolders;
+    for (const char* title : {"Projects", "Projects\\Alpha", "Projects\\Alpha\\Old", "Customers"})
+        userFolders.push_back(writer_.writeView(*db, folder(title)));
+    // Every third memo, from the first on, is still unread by its owner.
+    std::vector<NOTEID> memos;
+    for (size_t i = 0; i < job.messages; ++i) {
+        memos.push_back(writeMemo(*db, *job.owner));
+        if (i % kUnreadEvery == 0)
+            db->markUnread(job.owner->canonicalName, memos.back());
+    }
+    if (!memos.empty())
+        writer_.fileInFolder(*db, inbox, memos);
+    fileMemos(*db, userFolders, memos);
+}
+
+// About a third of the memos go to one of the user folders too.
+void MailWriter::fileMemos(Database& db, const std::vector<NOTEID>& folders, const std::vector<NOTEID>& memos)
+{
+    std::vector<std::vector<NOTEID>> filed(folders.size());
+    for (NOTEID memo : memos)
+        if (content_.chance(0.35))
+            filed[static_cast<size_t>(content_.between(0, static_cast<int>(folders.size()) - 1))].push_back(memo);
+    for (size_t i = 0; i < folders.size(); ++i)
+        if (!filed[i].empty())
+            writer_.fileInFolder(db, folders[i], filed[i]);
 }
 
 std::string MailWriter::correspondent()
@@ -34,7 +87,7 @@ std::string MailWriter::correspondent()
     return content_.pick(people_).canonicalName;
 }
 
-void MailWriter::writeMemo(Database& db, const Person& owner)
+NOTEID MailWriter::writeMemo(Database& db, const Person& owner)
 {
     Note memo(db);
     memo.text("Form", "Memo");
@@ -63,6 +116,7 @@ void MailWriter::writeMemo(Database& db, const Person& owner)
         memo.raw("$SealData", ITEM_SEAL, TYPE_SEALDATA, content_.bytes(96));
     }
     writer_.save(memo);
+    return memo.id();
 }
 
 // The prepared files get a modification time shortly before the memo was

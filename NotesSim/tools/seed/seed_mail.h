@@ -28,7 +28,8 @@ public:
 
 private:
     std::string correspondent();
-    void writeMemo(Database& db, const Person& owner);
+    NOTEID writeMemo(Database& db, const Person& owner);
+    void fileMemos(Database& db, const std::vector<NOTEID>& folders, const std::vector<NOTEID>& memos);
     void writeAttachments(Note& memo, long long posted);
 
     Writer& writer_;

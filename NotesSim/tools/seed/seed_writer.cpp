@@ -2,61 +2,35 @@
 
 #include <filesystem>
 
+#include "view_format.h"
+
 #include "HySimControl.h"
 
 namespace seed {
 namespace {
 
-void appendWord(std::vector<char>& out, WORD value)
+std::vector<char> viewFormat(const ViewDesign& design)
 {
-    out.push_back(static_cast<char>(value & 0xFF));
-    out.push_back(static_cast<char>(value >> 8));
-}
-
-void appendDword(std::vector<char>& out, DWORD value)
-{
-    appendWord(out, static_cast<WORD>(value & 0xFFFF));
-    appendWord(out, static_cast<WORD>(value >> 16));
-}
-
-// A table-style $ViewFormat in canonical form: table format, one 32-byte column
-// descriptor per column, then each column's item name and title.
-std::vector<char> viewFormat(const std::vector<Column>& columns)
-{
-    constexpr WORD kColumnSignature = 0x4356;
-    constexpr WORD kSortColumn = 0x0001;
-    std::vector<char> out = {1, 0}; // version 1, table style
-    appendWord(out, static_cast<WORD>(columns.size()));
-    appendWord(out, 0); // item sequence number
-    appendWord(out, 0); // flags
-    appendWord(out, 0); // flags 2
-    for (size_t i = 0; i < columns.size(); ++i) {
-        appendWord(out, kColumnSignature);
-        appendWord(out, i == 0 ? kSortColumn : 0);
-        appendWord(out, static_cast<WORD>(columns[i].item.size()));
-        appendWord(out, static_cast<WORD>(columns[i].title.size()));
-        appendWord(out, 0);  // formula size
-        appendWord(out, 0);  // constant value size
-        appendWord(out, 80); // display width, 1/8 characters
-        appendDword(out, 0); // font
-        appendWord(out, 0);  // flags 2
-        appendDword(out, 0); // number format
-        appendDword(out, 0); // time format
-        appendWord(out, 0);  // data type
-        appendWord(out, 0);  // list separator
+    sim::viewformat::Format format;
+    format.flags = design.tableFlags;
+    for (const Column& column : design.columns) {
+        sim::viewformat::Column out;
+        out.flags1 = column.flags;
+        out.itemName = column.item;
+        out.title = column.title;
+        if (!column.formula.empty())
+            out.formula = compileFormula(column.formula);
+        format.columns.push_back(out);
     }
-    for (const auto& column : columns) {
-        out.insert(out.end(), column.item.begin(), column.item.end());
-        out.insert(out.end(), column.title.begin(), column.title.end());
-    }
-    return out;
+    return sim::viewformat::encode(format);
 }
 
 } // namespace
 
-const std::vector<Column> kMailColumns = {{"From", "Who"}, {"Subject", "Subject"}, {"PostedDate", "Date"}};
-const std::vector<Column> kDirectoryColumns = {{"FullName", "Name"}, {"MailFile", "Mail file"}};
-const std::vector<Column> kDocumentColumns = {{"Subject", "Topic"}, {"From", "Author"}};
+const std::vector<Column> kMailColumns = {
+    {"From", "Who", 0, ""}, {"Subject", "Subject", 0, ""}, {"PostedDate", "Date", 0, ""}};
+const std::vector<Column> kDirectoryColumns = {{"FullName", "Name", 0, ""}, {"MailFile", "Mail file", 0, ""}};
+const std::vector<Column> kDocumentColumns = {{"Subject", "Topic", 0, ""}, {"From", "Author", 0, ""}};
 
 void Writer::stampClock()
 {
@@ -85,11 +59,27 @@ void Writer::save(Note& note)
 void Writer::writeView(Database& db, const std::string& title, const std::string& flags,
                        const std::vector<Column>& columns)
 {
+    std::vector<Column> sorted = columns;
+    sorted.front().flags |= sim::viewformat::kColumnSort;
+    writeView(db, ViewDesign{title, flags, sorted, "", 0});
+}
+
+NOTEID Writer::writeView(Database& db, const ViewDesign& design)
+{
     Note view(db, NOTE_CLASS_VIEW);
-    view.text("$TITLE", title);
-    view.text("$Flags", flags);
-    view.raw("$ViewFormat", ITEM_SUMMARY, TYPE_VIEW_FORMAT, viewFormat(columns));
+    view.text("$TITLE", design.title);
+    view.text("$Flags", design.flags);
+    view.raw("$ViewFormat", ITEM_SUMMARY, TYPE_VIEW_FORMAT, viewFormat(design));
+    if (!design.selection.empty())
+        view.raw("$FORMULA", ITEM_SUMMARY, TYPE_FORMULA, compileFormula(design.selection));
     save(view);
+    return view.id();
+}
+
+void Writer::fileInFolder(Database& db, NOTEID folder, const std::vector<NOTEID>& documents)
+{
+    stampClock();
+    db.fileInFolder(folder, documents);
 }
 
 } // namespace seed

@@ -25,6 +25,18 @@ struct Totals {
 struct Column {
     std::string item;
     std::string title;
+    WORD flags = 0;      // VIEW_COLUMN_FORMAT Flags1: sort, categorized, response-only, ...
+    std::string formula; // shown instead of the item when not empty
+};
+
+// A view or folder design note: `flags` are its $Flags letters ('F' for a folder);
+// `selection` is a view's selection formula.
+struct ViewDesign {
+    std::string title; // title and aliases joined by "|"
+    std::string flags;
+    std::vector<Column> columns;
+    std::string selection;
+    WORD tableFlags = 0;
 };
 
 extern const std::vector<Column> kMailColumns;
@@ -42,6 +54,9 @@ public:
     void save(Note& note);
     void writeView(Database& db, const std::string& title, const std::string& flags,
                    const std::vector<Column>& columns);
+    // Returns the design note's ID.
+    NOTEID writeView(Database& db, const ViewDesign& design);
+    void fileInFolder(Database& db, NOTEID folder, const std::vector<NOTEID>& documents);
     const Totals& totals() const { return totals_; }
 
 private:

@@ -168,7 +168,8 @@ Totals Seeder::writeMailFiles(size_t worker, size_t workers, const std::vector<M
     for (size_t j = worker; j < jobs.size(); j += workers) {
         const MailJob& job = jobs[j];
         Content content(options_.seed, static_cast<unsigned>(job.index + 1));
-        long long clock = reference_ + kMailClockStart + static_cast<long long>(job.index * (options_.messages + 16));
+        // One second per write: the memos, and up to 24 design notes and folder additions.
+        long long clock = reference_ + kMailClockStart + static_cast<long long>(job.index * (options_.messages + 24));
         Writer writer(options_.dataDir, clock);
         MailWriter(writer, content, sources, people, reference_).write(job);
         totals += writer.totals();

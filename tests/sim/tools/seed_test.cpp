@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/nif/nif_support.h"
 #include "sim/support/seed_support.h"
 
 namespace {
@@ -243,7 +244,7 @@ TEST_F(SeededContent, MailFilesHoldViewsAndMemos)
             views.insert(itemText(note, "$TITLE"));
             NSFNoteClose(note);
         }
-        for (const char* view : {"($All)", "($Inbox)", "Restore View|restore"})
+        for (const char* view : {"($All)", "($Inbox)|$Inbox", "Restore View|restore"})
             EXPECT_EQ(views.count(view), 1u) << view;
 
         std::vector<NOTEID> memos = noteIds(db, NOTE_CLASS_DOCUMENT);
@@ -274,6 +275,87 @@ TEST_F(SeededContent, MailFilesHoldViewsAndMemos)
     }
     EXPECT_GT(attachments, 0);
     EXPECT_GT(sealed, 0);
+}
+
+TEST_F(SeededContent, EveryThirdMemoIsUnreadForItsOwnerAlone)
+{
+    std::vector<Entry> people = regularPeople();
+    ASSERT_FALSE(people.empty());
+    for (const auto& person : people) {
+        DBHANDLE db = NULLHANDLE;
+        ASSERT_EQ(NSFDbOpen(person.mailFile.c_str(), &db), NOERROR) << person.mailFile;
+        std::vector<NOTEID> memos = noteIds(db, NOTE_CLASS_DOCUMENT);
+        std::vector<DWORD> expected;
+        for (size_t i = 0; i < memos.size(); i += 3)
+            expected.push_back(memos[i]);
+        std::string owner = person.canonicalName;
+        DHANDLE table = NULLHANDLE;
+        ASSERT_EQ(NSFDbGetUnreadNoteTable(db, owner.data(), static_cast<WORD>(owner.size()), FALSE, &table), NOERROR);
+        ASSERT_NE(table, NULLHANDLE) << person.mailFile;
+        std::vector<DWORD> unread;
+        DWORD id = 0;
+        for (BOOL more = IDScan(table, TRUE, &id); more; more = IDScan(table, FALSE, &id))
+            unread.push_back(id);
+        EXPECT_EQ(unread, expected) << person.mailFile;
+        IDDestroyTable(table);
+
+        std::string stranger = "CN=Outside Contact/O=Partner";
+        ASSERT_EQ(NSFDbGetUnreadNoteTable(db, stranger.data(), static_cast<WORD>(stranger.size()), FALSE, &table),
+                  NOERROR);
+        EXPECT_EQ(table, NULLHANDLE);
+        NSFDbClose(db);
+    }
+}
+
+TEST_F(SeededContent, MailFilesHaveTheFoldersAndViewsOfAMailbox)
+{
+    for (const auto& person : regularPeople()) {
+        DBHANDLE db = NULLHANDLE;
+        ASSERT_EQ(NSFDbOpen(person.mailFile.c_str(), &db), NOERROR) << person.mailFile;
+        auto entriesOf = [db](NOTEID view) {
+            HCOLLECTION collection = 0;
+            EXPECT_EQ(NIFOpenCollection(db, db, view, 0, NULLHANDLE, &collection, nullptr, nullptr, nullptr, nullptr),
+                      NOERROR);
+            std::vector<nif_test::Entry> entries = nif_test::readEntries(collection);
+            NIFCloseCollection(collection);
+            return entries;
+        };
+        auto find = [db](const char* name) {
+            NOTEID id = 0;
+            EXPECT_EQ(NIFFindDesignNoteExt(db, name, NOTE_CLASS_VIEW, "-G40n^", &id, 0), NOERROR) << name;
+            return id;
+        };
+        std::vector<NOTEID> memos = noteIds(db, NOTE_CLASS_DOCUMENT);
+        EXPECT_EQ(find("$Inbox"), find("($Inbox)"));
+        EXPECT_EQ(entriesOf(find("($Inbox)")).size(), memos.size()) << "every memo is in the Inbox";
+        EXPECT_EQ(entriesOf(find("($All)")).size(), memos.size());
+        size_t sent = 0;
+        for (NOTEID id : memos) {
+            NOTEHANDLE note = NULLHANDLE;
+            ASSERT_EQ(NSFNoteOpen(db, id, 0, &note), NOERROR);
+            sent += itemText(note, "From") == person.canonicalName ? 1 : 0;
+            NSFNoteClose(note);
+        }
+        EXPECT_EQ(entriesOf(find("($Sent)")).size(), sent) << "the memos the owner wrote";
+        EXPECT_TRUE(entriesOf(find("($Drafts)")).empty()) << "every memo was posted";
+        size_t filed = 0;
+        for (const char* folder : {"Projects", "Projects\\Alpha", "Projects\\Alpha\\Old", "Customers"})
+            for (const nif_test::Entry& entry : entriesOf(find(folder))) {
+                EXPECT_NE(std::find(memos.begin(), memos.end(), entry.id), memos.end());
+                ++filed;
+            }
+        EXPECT_GT(filed, 0u);
+        EXPECT_LT(filed, memos.size());
+        size_t categories = 0;
+        for (const nif_test::Entry& entry : entriesOf(find("By Sender")))
+            categories += (entry.id & NOTEID_CATEGORY) ? 1 : 0;
+        EXPECT_GT(categories, 0u);
+        size_t designs = 0;
+        for (const nif_test::Entry& entry : entriesOf(nif_test::kDesignCollection))
+            designs += entry.noteClass == NOTE_CLASS_VIEW ? 1 : 0;
+        EXPECT_EQ(designs, 11u);
+        NSFDbClose(db);
+    }
 }
 
 TEST_F(SeededContent, LeftOverCopyIsAReplicaOfItsMailFile)
