@@ -79,6 +79,7 @@ constexpr Message kMessages[] = {
     {sim::STS_DXL_EXPORT_FAILED, "DXL exporter operation failed"},
     {sim::STS_DXL_IMPORT_FAILED, "DXL importer operation failed"},
     {sim::STS_FAULT_LIST, "The simulated runtime's fault list is malformed."}, // named in findText when known
+    {sim::STS_NOT_A_FOLDER, "The note is not a folder."},
 };
 
 constexpr bool sortedByCode()

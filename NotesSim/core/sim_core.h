@@ -49,6 +49,7 @@ enum : STATUS {
     STS_DXL_EXPORT_FAILED = 0x3F0C,
     STS_DXL_IMPORT_FAILED = 0x3F0D,
     STS_FAULT_LIST = 0x3F0E,         // HYSIM_FAULTS has a malformed entry: the runtime will not start
+    STS_NOT_A_FOLDER = 0x3F0F,       // a folder operation on a note that is not a folder (no published code)
 };
 
 constexpr size_t kEntryCount = 0

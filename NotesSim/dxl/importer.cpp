@@ -659,6 +659,13 @@ private:
         } else if (kind == "object") {
             value = fileValue(part, entry);
             object = static_cast<int>(entry.objects.size() - 1);
+        } else if (kind == "formula" && isTrue(part, "compiled")) {
+            // Kept as the bytes another runtime compiled; this one cannot compute them.
+            std::vector<char> data;
+            if (!base64Decode(content(part), data))
+                fail(part->line, "<formula compiled='true'> is not valid base64");
+            appendValue<WORD>(value, TYPE_FORMULA);
+            value.insert(value.end(), data.begin(), data.end());
         } else if (kind == "formula") {
             fail(part->line, "formula items cannot be compiled by this runtime");
         } else {

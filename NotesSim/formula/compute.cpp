@@ -37,6 +37,26 @@ void put(T* out, T value)
 }
 
 } // namespace
+
+namespace formula {
+
+bool parseCompiled(const void* compiled, size_t size, std::unique_ptr<Node>& root)
+{
+    const char* bytes = static_cast<const char*>(compiled);
+    if (size < kCompiledHeader)
+        return false;
+    DWORD magic = 0;
+    WORD version = 0;
+    WORD length = 0;
+    std::memcpy(&magic, bytes, sizeof magic);
+    std::memcpy(&version, bytes + 4, sizeof version);
+    std::memcpy(&length, bytes + 6, sizeof length);
+    CompileError error;
+    return magic == kCompiledMagic && version == kCompiledVersion && size >= kCompiledHeader + length &&
+           parse(std::string(bytes + kCompiledHeader, length), root, error);
+}
+
+} // namespace formula
 } // namespace sim
 
 STATUS impl::NSFFormulaCompile(char* FormulaName, WORD FormulaNameLength, const char* FormulaText,
@@ -79,18 +99,12 @@ STATUS impl::NSFComputeStart(WORD Flags, void* lpCompiledFormula, HCOMPUTE* reth
     *rethCompute = nullptr;
     if (Flags != 0)
         return sim::STS_UNSUPPORTED;
-    const char* compiled = static_cast<const char*>(lpCompiledFormula);
-    DWORD magic = 0;
-    WORD version = 0;
-    WORD length = 0;
-    std::memcpy(&magic, compiled, sizeof magic);
-    std::memcpy(&version, compiled + 4, sizeof version);
-    std::memcpy(&length, compiled + 6, sizeof length);
-    if (magic != sim::kCompiledMagic || version != sim::kCompiledVersion)
-        return sim::STS_BAD_ARGUMENT;
     auto compute = std::make_shared<sim::ComputeObject>();
-    sim::formula::CompileError error;
-    if (!sim::formula::parse(std::string(compiled + sim::kCompiledHeader, length), compute->root, error))
+    // The caller's block carries its own length in its header.
+    const char* compiled = static_cast<const char*>(lpCompiledFormula);
+    WORD length = 0;
+    std::memcpy(&length, compiled + 6, sizeof length);
+    if (!sim::formula::parseCompiled(compiled, sim::kCompiledHeader + length, compute->root))
         return sim::STS_BAD_ARGUMENT;
     *rethCompute = reinterpret_cast<HCOMPUTE>(static_cast<uintptr_t>(sim::registerHandle(compute)));
     return NOERROR;

@@ -42,6 +42,10 @@ struct CompileError {
 // The whole text must form one expression.
 bool parse(const std::string& text, std::unique_ptr<Node>& root, CompileError& error);
 
+// Parses a compiled formula as NSFFormulaCompile makes it (`size` bytes); false when the
+// bytes are not one (a formula compiled elsewhere, or damaged).
+bool parseCompiled(const void* compiled, size_t size, std::unique_ptr<Node>& root);
+
 struct Value {
     enum class Kind { Number, Text, Time, Error };
     Kind kind = Kind::Number;

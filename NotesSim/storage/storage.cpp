@@ -51,6 +51,8 @@ CREATE TABLE items(
   name BLOB NOT NULL, flags INTEGER NOT NULL, value BLOB NOT NULL, object_rrv INTEGER,
   PRIMARY KEY(note_id, position)) WITHOUT ROWID;
 CREATE INDEX items_by_object ON items(object_rrv) WHERE object_rrv IS NOT NULL;
+CREATE TABLE folder_members(
+  folder INTEGER NOT NULL, note_id INTEGER NOT NULL, PRIMARY KEY(folder, note_id)) WITHOUT ROWID;
 CREATE TABLE objects(
   rrv INTEGER PRIMARY KEY, class INTEGER NOT NULL, privileges INTEGER NOT NULL,
   type INTEGER NOT NULL, bytes BLOB NOT NULL);
@@ -134,6 +136,7 @@ public:
         }
     }
     long long integer(int column) const { return sqlite3_column_int64(stmt_, column); }
+    sqlite3_stmt* raw() const { return stmt_; }
     std::vector<char> blob(int column) const
     {
         const char* data = static_cast<const char*>(sqlite3_column_blob(stmt_, column));
@@ -935,6 +938,87 @@ STATUS Storage::listNotes(WORD classMask, bool withDeleted, const TIMEDATE* sinc
         while (query.step())
             out.push_back(noteFromRow(query));
         snapshot.commit();
+    });
+}
+
+STATUS Storage::scanSummaries(WORD classMask,
+                              const std::function<void(const NoteRecord&, std::vector<ItemRecord>&)>& visit)
+{
+    return withConnection([&] {
+        Transaction snapshot(db_, "BEGIN");
+        std::string sql = "SELECT n.note_id, n.unid, n.sequence, n.sequence_time, n.class, n.flags, n.modified,"
+                          " n.accessed, n.added, n.deleted, i.name, i.flags, i.value FROM notes n"
+                          " LEFT JOIN items i ON i.note_id = n.note_id AND (i.flags & " +
+                          std::to_string(ITEM_SUMMARY) +
+                          ") != 0 WHERE (n.class & ?) != 0 AND n.deleted = 0 ORDER BY n.note_id, i.position";
+        Statement query(db_, sql.c_str());
+        query.bind(1, classMask & NOTE_CLASS_ALL);
+        NoteRecord note;
+        std::vector<ItemRecord> items;
+        bool pending = false;
+        while (query.step()) {
+            NOTEID id = static_cast<NOTEID>(query.integer(0));
+            if (pending && id != note.id) {
+                visit(note, items);
+                items.clear();
+            }
+            if (!pending || id != note.id)
+                note = noteFromRow(query);
+            pending = true;
+            if (sqlite3_column_type(query.raw(), 10) != SQLITE_NULL)
+                items.push_back(ItemRecord{query.text(10), static_cast<WORD>(query.integer(11)), query.blob(12)});
+        }
+        if (pending)
+            visit(note, items);
+        snapshot.commit();
+    });
+}
+
+namespace {
+
+// Databases written before folders held members lack their table.
+void ensureFolderTable(sqlite3* db)
+{
+    execute(db, "CREATE TABLE IF NOT EXISTS folder_members(folder INTEGER NOT NULL, note_id INTEGER NOT NULL,"
+                " PRIMARY KEY(folder, note_id)) WITHOUT ROWID");
+}
+
+bool hasFolderTable(sqlite3* db)
+{
+    Statement query(db, "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'folder_members'");
+    return query.step();
+}
+
+} // namespace
+
+STATUS Storage::addToFolder(NOTEID folder, const std::vector<NOTEID>& documents)
+{
+    return withConnection([&] {
+        Transaction tx(db_);
+        ensureFolderTable(db_);
+        for (NOTEID id : documents) {
+            NoteRecord note;
+            if (!selectNote(db_, "WHERE note_id = ?", id, note) || note.noteClass != NOTE_CLASS_DOCUMENT)
+                throw Failure{ERR_INVALID_NOTE};
+            if (note.deleted)
+                throw Failure{ERR_NOTE_DELETED};
+            Statement(db_, "INSERT OR IGNORE INTO folder_members(folder, note_id) VALUES(?, ?)").bind(1, folder).bind(2, id).run();
+        }
+        Statement(db_, "UPDATE dbinfo SET data_modified = ? WHERE id = 1").bind(1, packTime(nextModifiedTime(db_))).run();
+        tx.commit();
+    });
+}
+
+STATUS Storage::folderMembers(NOTEID folder, std::vector<NOTEID>& out)
+{
+    return withConnection([&] {
+        out.clear();
+        if (!hasFolderTable(db_))
+            return;
+        Statement query(db_, "SELECT note_id FROM folder_members WHERE folder = ? ORDER BY note_id");
+        query.bind(1, folder);
+        while (query.step())
+            out.push_back(static_cast<NOTEID>(query.integer(0)));
     });
 }
 

@@ -5,6 +5,7 @@
 #ifndef HYSIM_STORAGE_H
 #define HYSIM_STORAGE_H
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <string>
@@ -149,6 +150,16 @@ public:
     // as the next `since`: every later change is stamped at or after it.
     STATUS listNotes(WORD classMask, bool withDeleted, const TIMEDATE* since, std::vector<NoteRecord>& out,
                      TIMEDATE& until);
+
+    // Live notes of the class mask with their summary items, in note ID order, read in
+    // one pass. `visit` must not call this storage.
+    STATUS scanSummaries(WORD classMask, const std::function<void(const NoteRecord&, std::vector<ItemRecord>&)>& visit);
+
+    // Files live documents in a folder note (all or none: ERR_INVALID_NOTE or
+    // ERR_NOTE_DELETED name a note that is not one). Counts as a data change.
+    STATUS addToFolder(NOTEID folder, const std::vector<NOTEID>& documents);
+    // The notes filed in a folder, in note ID order, whether or not they still exist.
+    STATUS folderMembers(NOTEID folder, std::vector<NOTEID>& out);
 
     STATUS allocObject(DWORD size, WORD objectClass, WORD privileges, WORD type, DWORD& rrv);
     STATUS storeObject(const std::vector<char>& bytes, WORD objectClass, WORD type, DWORD& rrv);
