@@ -1,9 +1,11 @@
 // HyLNView: finding and opening the view note, item reads, collections and the column
 // titles read from $ViewFormat (written through the API, and real ones imported as DXL).
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -394,4 +396,191 @@ TEST_F(View, UntranslatableTitleIsKept)
     EXPECT_EQ(titles, titlesOf({"Subject"}));
     expectLines({{"GetCoulmnTitles", 3, "Getting view title info .."},
                  {"GetCoulmnTitles", 0, "OSTranslate failed on view title column: Subject"}});
+}
+
+// ---- Success paths over the runtime's collections ----
+
+namespace {
+
+const WORD kNavigateNext = 1;
+const DWORD kReadMaskNoteId = 0x00000001;
+
+} // namespace
+
+TEST_F(View, FindsByAliasThenReadsTheCollection)
+{
+    NOTEHANDLE note = NULLHANDLE;
+    ASSERT_EQ(HY_NSFNoteCreate(db.GetHandle(), &note), NOERROR);
+    WORD viewClass = NOTE_CLASS_VIEW;
+    HY_NSFNoteSetInfo(note, _NOTE_CLASS, &viewClass);
+    ASSERT_EQ(HY_NSFItemSetText(note, "$TITLE", "Inbox|($Inbox)", MAXWORD), NOERROR);
+    std::string format = ViewFormatBuilder().column({"Subject", "Subject"}).build();
+    ASSERT_EQ(HY_NSFItemAppend(note, ITEM_SUMMARY, "$ViewFormat", 11, TYPE_VIEW_FORMAT, format.data(),
+                               static_cast<DWORD>(format.size())),
+              NOERROR);
+    ASSERT_EQ(HY_NSFNoteUpdate(note, 0), NOERROR);
+    NOTEID viewId = 0;
+    HY_NSFNoteGetInfo(note, _NOTE_ID, &viewId);
+    HY_NSFNoteClose(note);
+    std::vector<NOTEID> documents;
+    for (const char* subject : {"one", "two"}) {
+        ASSERT_EQ(HY_NSFNoteCreate(db.GetHandle(), &note), NOERROR);
+        ASSERT_EQ(HY_NSFItemSetText(note, "Subject", subject, MAXWORD), NOERROR);
+        ASSERT_EQ(HY_NSFNoteUpdate(note, 0), NOERROR);
+        NOTEID id = 0;
+        HY_NSFNoteGetInfo(note, _NOTE_ID, &id);
+        documents.push_back(id);
+        HY_NSFNoteClose(note);
+    }
+
+    captureLog();
+    HyLNView view(db, "Inbox|($Inbox)");
+    unsigned int found = 0;
+    ASSERT_FALSE(view.FindID(found).IsErrorSet());
+    EXPECT_EQ(found, viewId);
+    EXPECT_EQ(view.noteId, viewId);
+    expectLines({{"FindID", 3, "Locating default view .."}});
+
+    HCOLLECTION collection = 0;
+    UNIVERSALNOTEID unid{};
+    ASSERT_FALSE(view.OpenCollection(0, NULLHANDLE, &collection, nullptr, &unid, nullptr, nullptr).IsErrorSet());
+    COLLECTIONPOSITION position{};
+    DHANDLE buffer = NULLHANDLE;
+    WORD length = 0;
+    DWORD skipped = 0, returned = 0;
+    WORD signal = 0;
+    ASSERT_FALSE(view.ReadColection(&collection, &position, kNavigateNext, 1, kNavigateNext, 0xFFFF, kReadMaskNoteId,
+                                    &buffer, &length, &skipped, &returned, &signal)
+                     .IsErrorSet());
+    ASSERT_EQ(returned, 2u);
+    ASSERT_NE(buffer, NULLHANDLE);
+    std::vector<NOTEID> read(2);
+    std::memcpy(read.data(), HY_OSLockObject(buffer), 2 * sizeof(NOTEID));
+    HY_OSUnlockObject(buffer);
+    HY_OSMemFree(buffer);
+    EXPECT_EQ(read, documents);
+    ASSERT_FALSE(view.CloseCollection(collection).IsErrorSet());
+    EXPECT_EQ(logTexts().size(), 1u);
+}
+
+// ---- Real $ViewFormat items, imported as design notes ----
+
+namespace {
+
+std::string realDataDir()
+{
+    std::string dir = std::string(HYLN_TEST_SHARED_DIR) + "/realdata";
+    std::ifstream probe(dir + "/expected/EXPECTED-VALUES.md");
+    return probe ? dir : std::string();
+}
+
+struct ImportSource {
+    std::string text;
+    size_t at = 0;
+};
+
+DWORD readImport(BYTE* buffer, DWORD length, void* action)
+{
+    auto* source = static_cast<ImportSource*>(action);
+    size_t count = std::min<size_t>(length, source->text.size() - source->at);
+    std::memcpy(buffer, source->text.data() + source->at, count);
+    source->at += count;
+    return static_cast<DWORD>(count);
+}
+
+STATUS collectView(void* context, SEARCH_MATCH* match, ITEM_TABLE*)
+{
+    static_cast<std::vector<NOTEID>*>(context)->push_back(match->ID.NoteID);
+    return NOERROR;
+}
+
+// The column map of one file as the expected-values notes give it: item name -> Flags1,
+// the first occurrence of a name winning.
+std::map<std::string, unsigned short> expectedColumns(const std::string& notes, const std::string& file)
+{
+    std::map<std::string, unsigned short> columns;
+    size_t start = notes.find("`dxl-design/" + file + "`");
+    if (start == std::string::npos)
+        return columns;
+    std::istringstream lines(notes.substr(start));
+    std::string row;
+    std::getline(lines, row);
+    int tableRows = 0;
+    while (std::getline(lines, row)) {
+        if (row.empty() || row[0] != '|') {
+            if (tableRows > 0)
+                break;
+            continue;
+        }
+        ++tableRows;
+        unsigned int flags = 0;
+        char name[128] = {};
+        if (std::sscanf(row.c_str(), "| %*d | 0x%x | `%127[^`]`", &flags, name) == 2)
+            columns.emplace(name, static_cast<unsigned short>(flags));
+    }
+    return columns;
+}
+
+class RealView : public View {
+protected:
+    void SetUp() override
+    {
+        real = realDataDir();
+        if (real.empty())
+            GTEST_SKIP() << "the shared real data is not present";
+        View::SetUp();
+    }
+
+    // Imports one view design note and returns its note ID (0 when the import failed).
+    NOTEID importView(DBHANDLE database, const std::string& file)
+    {
+        std::ifstream in(real + "/dxl-design/" + file, std::ios::binary);
+        ImportSource source{std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
+        DXLIMPORTHANDLE importer = NULLHANDLE;
+        EXPECT_EQ(HY_DXLCreateImporter(&importer), NOERROR);
+        int create = 2; // DXLIMPORTOPTION_CREATE for design notes (property 2)
+        EXPECT_EQ(HY_DXLSetImporterProperty(importer, 2, &create), NOERROR);
+        STATUS status = HY_DXLImport(importer, readImport, database, &source);
+        HY_DXLDeleteImporter(importer);
+        EXPECT_EQ(status, NOERROR) << file;
+        std::vector<NOTEID> views;
+        HY_NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_VIEW, nullptr, collectView, &views, nullptr);
+        return views.empty() ? 0 : views.back();
+    }
+
+    std::string real;
+};
+
+} // namespace
+
+TEST_F(RealView, TitlesAndColumnMapsOfRealViews)
+{
+    std::ifstream in(real + "/expected/EXPECTED-VALUES.md");
+    const std::string notes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::pair<const char*, std::string> cases[] = {
+        {"domino-jnx/testDbDesignCollections/view-example.xml",
+         titlesOf({"Size", "Modified", "", "#", "", "Names Guy 2", "", "Column of constant value"})},
+        {"domino-jnx/testDbDesignCollections/view-coldeletion.xml",
+         titlesOf({"Shared Col to Delete", "Real col", "#", "Shared Col to Delete", "Real col 2", "I am test col 2"})},
+        {"domino-jnx/testDbDesignCollections/col-test2.xml", titlesOf({""})},
+        // An old view names the item in capitals; its blank titles stay blanks.
+        {"domino-jnx/testV1discuss/2198.xml", titlesOf({" ", " ", "Date", "Topic"})},
+        {"domino-jnx/testV1discuss/2202.xml", titlesOf({"Date", "Rsp", "Topic"})},
+        {"domino-jnx/testV1discuss/2210.xml", titlesOf({"#", "Date", "Rsp", "Topic"})},
+    };
+    for (const auto& view : cases) {
+        SCOPED_TRACE(view.first);
+        HyLNDatabase own("real" + std::to_string(&view - cases) + ".nsf", "");
+        ASSERT_FALSE(own.Create().IsErrorSet());
+        ASSERT_FALSE(own.Open().IsErrorSet());
+        NOTEID id = importView(own.GetHandle(), view.first);
+        ASSERT_NE(id, 0u);
+        HyLNView reader(own, id);
+        std::string titles;
+        ASSERT_FALSE(reader.GetCoulmnTitles(&titles).IsErrorSet());
+        EXPECT_EQ(titles, view.second);
+        std::map<std::string, unsigned short> expected = expectedColumns(notes, view.first);
+        ASSERT_FALSE(expected.empty());
+        EXPECT_EQ(*reader.columnIndex, expected);
+    }
 }
