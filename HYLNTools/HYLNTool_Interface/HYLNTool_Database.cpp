@@ -2,6 +2,10 @@
 #include "HYLNTool_Database.h"
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -1325,4 +1329,663 @@ HyLNError HyLNDatabase::PutNotesInFolders(char* buffer, unsigned int length, con
     while (outcome == RecordOutcome::Done && fitsIn(offset, FOLDER_HEADER_SIZE, length))
         outcome = restoreFolderRecord(handle, buffer, length, entrySize, offset, error);
     return error;
+}
+
+// ---------------------------------------------------------------------------
+// Views: the design note, its collection, column titles and index lines
+// ---------------------------------------------------------------------------
+
+namespace {
+
+const size_t kViewNameSize = 1024;
+const char* const kNoViewSelected = "No View Selected";
+const char* const kViewDesignFlags = "-G40n^";
+const STATUS kViewOpenThrew = 0x0227;
+const char* const kViewFormatItem = "$ViewFormat";
+const WORD kViewFormatVersion = 1;
+const BYTE kViewClassMask = 0xF0;
+const size_t kColumnNameSize = 128;   // item names and titles are cut to one less
+const size_t kTitleTextSize = 1024;
+const size_t kTitlesLimit = 200;
+const size_t kTitleReserve = 8;
+const char kFieldSeparator = 0x12;
+
+const size_t kColumnTextLimit = 80;   // raw column texts are cut to this
+const size_t kTextListLimit = 79;
+const size_t kNumberRangeLimit = 65;
+const size_t kLineLimit = 240;
+const size_t kTranslatedSize = 240;
+const size_t kTimeTextSize = 80;
+const size_t kTimeRangeListLimit = 56;
+const size_t kTimeRangeRangeLimit = 55;
+// Each conversion may add 79 bytes behind a written length below 57, plus " ; ".
+const size_t kTimeRangeTextSize = 144;
+const double kFractionEpsilon = 1e-6;
+
+// Reads a buffer front to back within a known number of bytes; a read that would
+// pass the end fails and leaves the position where it was, a skip stops at the end.
+class BoundedReader {
+public:
+    BoundedReader(const unsigned char* at, size_t available) : at_(at), left_(available) {}
+
+    bool read(void* out, size_t count)
+    {
+        if (count > left_)
+            return false;
+        std::memcpy(out, at_, count);
+        skip(count);
+        return true;
+    }
+    bool word(WORD& value) { return read(&value, sizeof value); }
+    void skip(size_t count)
+    {
+        count = std::min(count, left_);
+        at_ += count;
+        left_ -= count;
+    }
+    const unsigned char* position() const { return at_; }
+
+private:
+    const unsigned char* at_;
+    size_t left_;
+};
+
+// A column's raw text, as C text: whatever follows a zero byte is not part of it.
+std::string asCText(const std::string& text) { return std::string(text.c_str()); }
+
+void appendFormatted(std::string& text, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void appendFormatted(std::string& text, const char* format, ...)
+{
+    char buffer[512]; // "%f" of the largest double needs 317 bytes
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(buffer, sizeof buffer, format, args);
+    va_end(args);
+    text += buffer;
+}
+
+// Whole numbers print without decimals; those beyond an int keep all their digits.
+void appendNumber(std::string& text, double value)
+{
+    double whole = std::trunc(value);
+    if (!std::isfinite(value) || std::fabs(value - whole) > kFractionEpsilon)
+        appendFormatted(text, "%f", value);
+    else if (whole >= INT_MIN && whole <= INT_MAX)
+        appendFormatted(text, "%d", static_cast<int>(whole));
+    else
+        appendFormatted(text, "%.0f", whole);
+}
+
+// Converts one time into out (80 bytes); a failure is logged for `function` and gives no text.
+size_t writeTimeText(const char* function, const TIMEDATE& time, char* out)
+{
+    WORD length = 0;
+    STATUS status = HY_ConvertTIMEDATEToText(nullptr, nullptr, &time, out, kTimeTextSize, &length);
+    if (status != NOERROR) {
+        HYLN_LOG_AS(function, -1,
+                    "Error: unable to convert TIMEDATE to text. ConvertTIMEDATEToText(...) returned: [%d]. "
+                    "Resulting error string: [%s].",
+                    status, HyLNUtilities::GetNotesErrorMsg(status).c_str());
+        length = 0;
+    }
+    length = std::min<WORD>(length, kTimeTextSize - 1);
+    out[length] = '\0';
+    return length;
+}
+
+// The list times, then " ; " and the ranges, until about 56 bytes are written. The
+// reader stays behind the last time it rendered; false when a read passes its end.
+bool renderTimeRange(BoundedReader& value, char* out)
+{
+    out[0] = '\0';
+    WORD listCount = 0;
+    WORD rangeCount = 0;
+    if (!value.word(listCount) || !value.word(rangeCount))
+        return false;
+    size_t written = 0;
+    for (WORD i = 0; i < listCount && written < kTimeRangeListLimit; ++i) {
+        TIMEDATE time{};
+        if (!value.read(&time, sizeof time))
+            return false;
+        if (i > 0)
+            out[written++] = ',';
+        written += writeTimeText("convertTimeRange", time, out + written);
+    }
+    if (rangeCount != 0) {
+        std::memcpy(out + written, " ; ", 4);
+        written += 3;
+    }
+    for (WORD i = 0; i < rangeCount && written < kTimeRangeListLimit; ++i) {
+        BoundedReader pair = value;
+        TIMEDATE_PAIR range{};
+        if (!pair.read(&range.Lower, sizeof range.Lower))
+            return false;
+        if (i > 0)
+            out[written++] = ',';
+        written += writeTimeText("convertTimeRange", range.Lower, out + written);
+        if (written > kTimeRangeRangeLimit)
+            break;
+        if (!pair.read(&range.Upper, sizeof range.Upper))
+            return false;
+        out[written++] = '-';
+        written += writeTimeText("convertTimeRange", range.Upper, out + written);
+        value = pair;
+    }
+    return true;
+}
+
+// What one index entry carries besides its summary, for resolving special text.
+struct IndexEntry {
+    NOTEID noteId;
+    COLLECTIONPOSITION* position;
+    INDEXSPECIALINFO* specialInfo;
+};
+
+bool renderNumberRange(BoundedReader& data, std::string& text)
+{
+    WORD listCount = 0;
+    WORD rangeCount = 0;
+    if (!data.word(listCount) || !data.word(rangeCount))
+        return false;
+    for (WORD i = 0; i < listCount && text.size() <= kNumberRangeLimit; ++i) {
+        NUMBER number = 0;
+        if (!data.read(&number, sizeof number))
+            return false;
+        appendFormatted(text, "%f", number);
+    }
+    for (WORD i = 0; i < rangeCount && text.size() <= kNumberRangeLimit; ++i) {
+        NUMBER pair[2] = {};
+        if (!data.read(pair, sizeof pair))
+            return false;
+        appendFormatted(text, "%f - %f", pair[0], pair[1]);
+    }
+    return true;
+}
+
+// Each text and a blank, while the text stays within 79 bytes; the reader stops
+// behind the last text taken.
+bool renderTextList(BoundedReader& data, std::string& text)
+{
+    WORD count = 0;
+    if (!data.word(count))
+        return false;
+    std::vector<WORD> lengths(count);
+    for (WORD& length : lengths)
+        if (!data.word(length))
+            return false;
+    for (WORD length : lengths) {
+        if (text.size() + length > kTextListLimit)
+            break;
+        std::string entry(length, '\0');
+        if (!data.read(&entry[0], length))
+            return false;
+        text += entry;
+        text += ' ';
+    }
+    return true;
+}
+
+bool renderText(BoundedReader& data, size_t dataLength, const IndexEntry& entry, std::string& text)
+{
+    char raw[kColumnTextLimit] = {};
+    WORD rawLength = static_cast<WORD>(std::min(dataLength, kColumnTextLimit));
+    if (!data.read(raw, rawLength))
+        return false;
+    data.skip(dataLength - rawLength);
+    char resolved[kColumnTextLimit] = {};
+    WORD length = 0;
+    STATUS status = HY_NSFTranslateSpecial(raw, rawLength, resolved, kColumnTextLimit, entry.noteId, entry.position,
+                                           entry.specialInfo, NULLHANDLE, NULLHANDLE, nullptr, nullptr, &length);
+    if (status != NOERROR) {
+        HYLN_LOG_AS("AddEntryToNoteIndex", -1,
+                    "Error: unable to convert TYPE_TEXT to text. NSFTranslateSpecial(...) returned: [%d]. "
+                    "Resulting error string: [%s].",
+                    status, HyLNUtilities::GetNotesErrorMsg(status).c_str());
+        return true;
+    }
+    text.assign(resolved, std::min<size_t>(length, kColumnTextLimit));
+    return true;
+}
+
+// The raw text of one value (type word first); false when a read passes the summary's end.
+bool renderValue(BoundedReader& data, WORD valueLength, const IndexEntry& entry, std::string& text)
+{
+    WORD type = 0;
+    if (!data.word(type))
+        return false;
+    size_t dataLength = valueLength > sizeof type ? valueLength - sizeof type : 0;
+    switch (type) {
+    case TYPE_NUMBER: {
+        NUMBER number = 0;
+        if (!data.read(&number, sizeof number))
+            return false;
+        appendNumber(text, number);
+        return true;
+    }
+    case TYPE_NUMBER_RANGE:
+        return renderNumberRange(data, text);
+    case TYPE_TIME: {
+        TIMEDATE time{};
+        if (!data.read(&time, sizeof time))
+            return false;
+        char buffer[kTimeTextSize];
+        writeTimeText("AddEntryToNoteIndex", time, buffer);
+        text = buffer;
+        return true;
+    }
+    case TYPE_TIME_RANGE: {
+        char buffer[kTimeRangeTextSize];
+        bool complete = renderTimeRange(data, buffer);
+        text = buffer;
+        return complete;
+    }
+    case TYPE_TEXT:
+        return renderText(data, dataLength, entry, text);
+    case TYPE_TEXT_LIST:
+        return renderTextList(data, text);
+    default:
+        data.skip(dataLength);
+        return true;
+    }
+}
+
+// The index line under construction in the caller's buffer.
+class IndexLine {
+public:
+    IndexLine(char* buffer, NOTEID noteId) : buffer_(buffer)
+    {
+        length_ = static_cast<size_t>(std::sprintf(buffer_, "%08x%c", noteId, kFieldSeparator));
+    }
+    bool wouldPassLimit(size_t textLength) const { return length_ + textLength > kLineLimit; }
+    void appendField(const char* text)
+    {
+        size_t textLength = std::strlen(text);
+        std::memcpy(buffer_ + length_, text, textLength);
+        length_ += textLength;
+        buffer_[length_++] = kFieldSeparator;
+        buffer_[length_] = '\0';
+    }
+
+private:
+    char* buffer_;
+    size_t length_;
+};
+
+// The column text as the host reads it: UTF-8 when the translation works, then blanked
+// of unsafe characters. `out` holds kTranslatedSize bytes.
+void translateColumnText(const std::string& text, char* out)
+{
+    std::memset(out, 0, kTranslatedSize);
+    if (text.empty())
+        return;
+    WORD length = HyLNUtilities::NotesTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, text.c_str(),
+                                                static_cast<WORD>(text.size()), out, kTranslatedSize);
+    if (length == 0) {
+        HYLN_LOG_AS("AddEntryToNoteIndex", -1, "OSTranslate failed on column string: %s", text.c_str());
+        std::snprintf(out, kTranslatedSize, "%s", text.c_str());
+    } else {
+        out[std::min<size_t>(length, kTranslatedSize - 1)] = '\0';
+    }
+    HyLNUtilities::NormalizeText(out);
+}
+
+bool isBlankedColumn(unsigned short flags, NOTEID noteId)
+{
+    return (isCategory(flags) && (noteId & NOTEID_CATEGORY) == 0) || isResponse(flags);
+}
+
+} // namespace
+
+bool isCategory(int flags) { return (flags & 0x0002) != 0; }
+
+bool isIcon(int flags) { return (flags & 0x0040) != 0; }
+
+bool isResponse(int flags) { return (flags & 0x0010) != 0; }
+
+bool isHidden(int flags) { return (flags & 0x0008) != 0 || isCategory(flags) || isIcon(flags) || isResponse(flags); }
+
+unsigned char* convertTimeRange(unsigned char* value, char* out)
+{
+    BoundedReader reader(value, SIZE_MAX);
+    renderTimeRange(reader, out);
+    return const_cast<unsigned char*>(reader.position());
+}
+
+HyLNView::HyLNView(HyLNDatabase& db, std::string name)
+    : viewName(std::move(name)), dbName(db.GetName()), dbHandle(db.GetHandle()),
+      columnIndex(new std::map<std::string, unsigned short>())
+{
+}
+
+HyLNView::HyLNView(HyLNDatabase& db, unsigned int viewNoteId)
+    : noteId(viewNoteId), dbName(db.GetName()), dbHandle(db.GetHandle()),
+      columnIndex(new std::map<std::string, unsigned short>())
+{
+}
+
+HyLNView::~HyLNView()
+{
+    // Closes even a note that was never opened; an exception leaving here would end the host.
+    try {
+        Close();
+    } catch (...) {
+    }
+    delete columnIndex;
+}
+
+// The search name is the alias behind the last '|' when the view name has one.
+HyLNError HyLNView::FindID(unsigned int& foundId)
+{
+    HyLNError error;
+    if (viewName.empty() || dbHandle == NULLHANDLE) {
+        error.SetCustomMessage(std::string("Invalid view name or database handle."));
+        return error;
+    }
+    foundId = 0xFFFFFFFF;
+    char name[kViewNameSize + 1] = {};
+    WORD length = HyLNUtilities::NotesTranslate(OS_TRANSLATE_UTF8_TO_LMBCS, viewName.c_str(),
+                                                static_cast<WORD>(viewName.size()), name, kViewNameSize);
+    if (length == 0) {
+        HYLN_LOG(0, "OSTranslate failed on default view name: %s", viewName.c_str());
+        std::snprintf(name, sizeof name, "%s", viewName.c_str());
+    } else {
+        name[std::min<size_t>(length, kViewNameSize)] = '\0';
+    }
+    if (name[0] == '\0' || std::strcmp(name, kNoViewSelected) == 0) {
+        error.SetCustomMessage(std::string("Default view is NO VIEW SELECTED"));
+        return error;
+    }
+    const char* searchName = name;
+    if (const char* bar = std::strrchr(name, '|')) {
+        searchName = bar + 1;
+        while (*searchName == ' ')
+            ++searchName;
+    }
+    HYLN_LOG(3, "Locating default view ..");
+    NOTEID found = 0;
+    error.SetError(HY_NIFFindDesignNoteExt(dbHandle, searchName, NOTE_CLASS_VIEW, kViewDesignFlags, &found, 0));
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Could not find view %s in database %s", searchName, dbName.c_str());
+        return error;
+    }
+    noteId = found;
+    foundId = found;
+    return error;
+}
+
+HyLNError HyLNView::Open(unsigned short flags)
+{
+    HyLNError error;
+    try {
+        STATUS status = HY_NSFNoteOpen(dbHandle, noteId, flags, &noteHandle);
+        if (status != NOERROR) {
+            error.SetError(status);
+            HYLN_LOG(0, "Error: unable to open view: [%08x]. NSFNoteOpen(...) returned: %d - %s", noteId, status,
+                     error.GetMessage().c_str());
+        }
+    } catch (...) {
+        HYLN_LOG(0, "Error: caught an exception of unknown type thrown by Domino API function: [NSFNoteOpen(...)].");
+        error.SetError(kViewOpenThrew);
+    }
+    return error;
+}
+
+// The handle keeps its value: callers never reuse a closed view note.
+HyLNError HyLNView::Close()
+{
+    HyLNError error = statusOf(HY_NSFNoteClose(noteHandle));
+    if (error.IsErrorSet())
+        HYLN_LOG(0, "Unable to close view");
+    return error;
+}
+
+// The last character of the name is left out of the lookup; callers allow for it.
+HyLNError HyLNView::GetItemInfo(std::string itemName, unsigned short& dataType, BLOCKID& valueBlock,
+                                unsigned int& valueLength)
+{
+    HyLNError error;
+    if (noteHandle == NULLHANDLE) {
+        error.SetCustomMessage(std::string("Invalid view handle."));
+        return error;
+    }
+    WORD nameLength = static_cast<WORD>(itemName.empty() ? 0 : itemName.size() - 1);
+    error.SetError(HY_NSFItemInfo(noteHandle, itemName.c_str(), nameLength, nullptr, &dataType, &valueBlock,
+                                  &valueLength));
+    if (error.IsErrorSet())
+        HYLN_LOG(0, "Cannot get view format information for note 0x%x - %s", noteId, error.GetMessage().c_str());
+    return error;
+}
+
+HyLNError HyLNView::OpenCollection(unsigned short openFlags, unsigned int unreadList, unsigned short* collection,
+                                   unsigned int* viewNote, UNIVERSALNOTEID* viewUnid, unsigned int* collapsedList,
+                                   unsigned int* selectedList)
+{
+    HyLNError error;
+    if (dbHandle == NULLHANDLE || noteId == 0) {
+        HYLN_LOG(-1, "Error: Invalid Database Handle");
+        error.SetCustomMessage(std::string("Invalid database handle or viewId."));
+        return error;
+    }
+    STATUS status = HY_NIFOpenCollection(dbHandle, dbHandle, noteId, openFlags, unreadList, collection, viewNote,
+                                         viewUnid, collapsedList, selectedList);
+    error.SetError(status);
+    if (!error.IsErrorSet())
+        return error;
+    if (ERR(status) == ERR_NOTE_DELETED)
+        HYLN_LOG(-1, "Error: Document has been deleted");
+    else if (ERR(status) == ERR_ITEM_NOT_FOUND)
+        HYLN_LOG(-1, "Error: Note item not found");
+    else
+        HYLN_LOG(-1, "Error: Failed to Open view Collection for db %s viewid %lu, NIFOpenCollection Returned... %d - %s",
+                 dbName.c_str(), static_cast<unsigned long>(noteId), status, error.GetMessage().c_str());
+    return error;
+}
+
+HyLNError HyLNView::ReadColection(unsigned short* collection, COLLECTIONPOSITION* position,
+                                  unsigned short skipNavigator, unsigned int skipCount, unsigned short returnNavigator,
+                                  unsigned int returnCount, unsigned int returnMask, unsigned int* buffer,
+                                  unsigned short* bufferLength, unsigned int* skipped, unsigned int* returned,
+                                  unsigned short* signalFlags)
+{
+    HyLNError error;
+    if (collection == nullptr) {
+        HYLN_LOG(-1, "Invalid view colelction handle passed in");
+        error.SetCustomMessage(std::string("ReadColection() called with Invalid view colelction handle."));
+        return error;
+    }
+    STATUS status = HY_NIFReadEntries(*collection, position, skipNavigator, skipCount, returnNavigator, returnCount,
+                                      returnMask, buffer, bufferLength, skipped, returned, signalFlags);
+    error.SetError(status);
+    if (error.IsErrorSet())
+        HYLN_LOG(-1, "Cannot read entries in view [%s] error: %d - %s.", viewName.c_str(), status,
+                 error.GetMessage().c_str());
+    return error;
+}
+
+// The caller's handle keeps its value.
+HyLNError HyLNView::CloseCollection(unsigned short& collection)
+{
+    HyLNError error = statusOf(HY_NIFCloseCollection(collection));
+    if (error.IsErrorSet())
+        HYLN_LOG(-1, "Error: Failed to close view collection. NIFCloseCollection(...) returned %d - %s",
+                 error.GetErrorCode(), error.GetMessage().c_str());
+    return error;
+}
+
+namespace {
+
+// Where a $ViewFormat value lies once locked (behind its type word).
+struct ViewFormatValue {
+    const char* data;
+    size_t size;
+};
+
+// A packed item name or title, cut to 127 bytes; false when it passes the value's end.
+bool readPackedText(const ViewFormatValue& value, size_t offset, WORD size, std::string& text)
+{
+    size_t length = std::min<size_t>(size, kColumnNameSize - 1);
+    if (offset > value.size || length > value.size - offset)
+        return false;
+    text = asCText(std::string(value.data + offset, length));
+    return true;
+}
+
+// The title as the host shows it: UTF-8 when the translation works, then blanked of unsafe characters.
+std::string shownTitle(const std::string& title)
+{
+    char buffer[kTitleTextSize + 1] = {};
+    if (!title.empty()) {
+        WORD length = HyLNUtilities::NotesTranslate(OS_TRANSLATE_LMBCS_TO_UTF8, title.c_str(),
+                                                    static_cast<WORD>(title.size()), buffer, kTitleTextSize);
+        if (length == 0) {
+            HYLN_LOG_AS("GetCoulmnTitles", 0, "OSTranslate failed on view title column: %s", title.c_str());
+            std::snprintf(buffer, sizeof buffer, "%s", title.c_str());
+        } else {
+            buffer[std::min<size_t>(length, kTitleTextSize)] = '\0';
+        }
+    }
+    HyLNUtilities::NormalizeText(buffer);
+    return buffer;
+}
+
+// Collects the visible titles and enters every column read into `index`. Reading stops
+// at the end of the value, or once the titles would pass 200 bytes. False when the format
+// version is not one this code reads.
+bool readColumnTitles(const ViewFormatValue& value, NOTEID noteId, std::map<std::string, unsigned short>& index,
+                      std::string& titles, unsigned int& count)
+{
+    const char* at = value.data;
+    VIEW_FORMAT_HEADER header{};
+    if (value.size < HY_ODSLength(_VIEW_FORMAT_HEADER))
+        return true;
+    HY_ODSReadMemory(&at, _VIEW_FORMAT_HEADER, &header, 1);
+    if (header.Version != kViewFormatVersion) {
+        HYLN_LOG_AS("GetCoulmnTitles", 0, "View information format version for note %d is incompatible - %d", noteId,
+                    header.Version);
+        return false;
+    }
+    const size_t tableSize = HY_ODSLength(_VIEW_TABLE_FORMAT);
+    if ((header.ViewStyle & kViewClassMask) != 0 || value.size < tableSize)
+        return true;
+    // The table format starts with the header just checked.
+    VIEW_TABLE_FORMAT table{};
+    at = value.data;
+    HY_ODSReadMemory(&at, _VIEW_TABLE_FORMAT, &table, 1);
+    const size_t columnSize = HY_ODSLength(_VIEW_COLUMN_FORMAT);
+    size_t descriptor = tableSize;
+    size_t packed = tableSize + table.Columns * columnSize;
+    for (WORD i = 0; i < table.Columns; ++i, descriptor += columnSize) {
+        if (descriptor + columnSize > value.size)
+            break;
+        VIEW_COLUMN_FORMAT column{};
+        at = value.data + descriptor;
+        HY_ODSReadMemory(&at, _VIEW_COLUMN_FORMAT, &column, 1);
+        std::string name;
+        std::string title;
+        if (!readPackedText(value, packed, column.ItemNameSize, name) ||
+            !readPackedText(value, packed + column.ItemNameSize, column.TitleSize, title))
+            break;
+        packed += size_t(column.ItemNameSize) + column.TitleSize + column.FormulaSize + column.ConstantValueSize;
+        if (title.size() + titles.size() + kTitleReserve > kTitlesLimit)
+            break;
+        index.emplace(name, column.Flags1);
+        if (isHidden(column.Flags1) || name == "$ThreadsEmbed")
+            continue;
+        titles += kFieldSeparator;
+        titles += shownTitle(title);
+        ++count;
+    }
+    return true;
+}
+
+// The first 127 bytes of an item name; the reader goes on behind the whole name.
+bool readItemName(BoundedReader& data, WORD nameLength, std::string& name)
+{
+    size_t kept = std::min<size_t>(nameLength, kColumnNameSize - 1);
+    name.assign(kept, '\0');
+    if (!data.read(&name[0], kept))
+        return false;
+    data.skip(nameLength - kept);
+    name = asCText(name);
+    return true;
+}
+
+} // namespace
+
+// Leaves the view note open: the caller's later item reads use it.
+HyLNError HyLNView::GetCoulmnTitles(std::string* titles)
+{
+    HYLN_LOG(3, "Getting view title info ..");
+    HyLNError error = Open(0);
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Cannot open view note 0x%x - %s", noteId, error.GetMessage().c_str());
+        return error;
+    }
+    WORD dataType = 0;
+    BLOCKID valueBlock{};
+    DWORD valueLength = 0;
+    error.SetError(HY_NSFItemInfo(noteHandle, kViewFormatItem, static_cast<WORD>(std::strlen(kViewFormatItem)), nullptr,
+                                  &dataType, &valueBlock, &valueLength));
+    if (!error.IsErrorSet() && dataType != TYPE_VIEW_FORMAT)
+        error.SetCustomMessage(std::string("Not a View Type Format"));
+    if (error.IsErrorSet()) {
+        HYLN_LOG(0, "Cannot get view format information for note 0x%x - %s", noteId, error.GetMessage().c_str());
+        return error;
+    }
+    const char* locked = static_cast<const char*>(HY_OSLockObject(valueBlock.pool));
+    ViewFormatValue value{nullptr, 0};
+    if (locked != nullptr && valueLength > sizeof(WORD))
+        value = {locked + valueBlock.block + sizeof(WORD), valueLength - sizeof(WORD)};
+    std::string text;
+    unsigned int count = 0;
+    bool readable = readColumnTitles(value, noteId, *columnIndex, text, count);
+    HY_OSUnlockObject(valueBlock.pool);
+    if (!readable)
+        return error;
+    columnTitles = text;
+    if (titles != nullptr)
+        *titles = text;
+    columnCount = count;
+    return error;
+}
+
+int HyLNView::AddEntryToNoteIndex(char* line, unsigned char* summary, unsigned int entryNoteId,
+                                  INDEXSPECIALINFO specialInfo, COLLECTIONPOSITION position, unsigned short)
+{
+    IndexLine out(line, entryNoteId);
+    WORD tableLength = 0;
+    std::memcpy(&tableLength, summary, sizeof tableLength);
+    BoundedReader table(summary, tableLength);
+    table.skip(sizeof tableLength);
+    WORD itemCount = 0;
+    if (!table.word(itemCount))
+        return 0;
+    BoundedReader descriptors = table;
+    BoundedReader data = table;
+    data.skip(size_t(itemCount) * sizeof(ITEM));
+    const IndexEntry entry{entryNoteId, &position, &specialInfo};
+    for (WORD i = 0; i < itemCount; ++i) {
+        ITEM item{};
+        std::string name;
+        if (!descriptors.read(&item, sizeof item) || !readItemName(data, item.NameLength, name))
+            return 0;
+        auto column = columnIndex->find(name);
+        const unsigned short flags = column != columnIndex->end() ? column->second : 0;
+        std::string text;
+        if (item.ValueLength != 0 && !renderValue(data, item.ValueLength, entry, text))
+            return 0;
+        text = asCText(text);
+        if (isBlankedColumn(flags, entryNoteId))
+            text.clear();
+        if (text.size() > kColumnTextLimit)
+            text.resize(kColumnTextLimit);
+        if (out.wouldPassLimit(text.size()))
+            return 0;
+        if (isHidden(flags))
+            continue;
+        char shown[kTranslatedSize];
+        translateColumnText(text, shown);
+        out.appendField(shown);
+    }
+    return 0;
 }

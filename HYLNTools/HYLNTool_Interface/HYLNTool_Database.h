@@ -154,9 +154,14 @@ public:
     HyLNError CloseCollection(unsigned short& collection);
 
     // Column titles: 0x12 before each visible title; fills columnIndex and columnCount.
+    // Never reads past the value length the runtime reports: a column whose descriptor,
+    // item name or title would pass it ends the reading there.
     HyLNError GetCoulmnTitles(std::string* titles);
     // One index line: "%08x" note ID, 0x12, then each visible column's text and 0x12.
     // A column missing from columnIndex counts as visible with flags 0.
+    // Reads stay within the ITEM_TABLE's Length: where a read would pass it, the line
+    // ends with the fields already written. The line stops growing past 240 bytes
+    // (empty columns included), so `line` needs 480 bytes.
     int AddEntryToNoteIndex(char* line, unsigned char* summary, unsigned int noteId,
                             INDEXSPECIALINFO specialInfo, COLLECTIONPOSITION position,
                             unsigned short spare);
@@ -176,7 +181,8 @@ HYLN_EXPORT bool isCategory(int flags);
 HYLN_EXPORT bool isIcon(int flags);
 HYLN_EXPORT bool isResponse(int flags);
 HYLN_EXPORT bool isHidden(int flags);
-// Renders a time-range value (behind its type word); returns the position behind what it read.
+// Renders a time-range value (behind its type word) into `out` (144 bytes); returns the
+// position behind what it read. The value must hold what its counts announce.
 HYLN_EXPORT unsigned char* convertTimeRange(unsigned char* value, char* out);
 
 #endif

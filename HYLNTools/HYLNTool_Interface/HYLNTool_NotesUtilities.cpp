@@ -192,6 +192,20 @@ bool HyLNUtilities::ConvertUtf8ToNative(char* in, char* out, int size)
                           outLength) != 0;
 }
 
+// Index texts become fields of host records and parts of file names, so the field
+// separators, control bytes and characters a path cannot hold are blanked.
+void HyLNUtilities::NormalizeText(char* text)
+{
+    if (text == nullptr)
+        return;
+    static const char kUnsafe[] = "\\/:*?\"<>|%";
+    for (char* at = text; *at != '\0'; ++at) {
+        unsigned char byte = static_cast<unsigned char>(*at);
+        if (byte < 32 || byte == 255 || std::strchr(kUnsafe, byte) != nullptr)
+            *at = ' ';
+    }
+}
+
 // ---- Runtime memory and ODS records ----
 
 HyLNError HyLNUtilities::AllocMem(unsigned short type, unsigned int size, unsigned int& handle)
