@@ -69,9 +69,15 @@ class RealViewFormat : public nif_test::CollectionTest {
 protected:
     void SetUp() override
     {
-        base = std::string(HYLN_TEST_SHARED_DIR) + "/realdata/dxl-design/domino-jnx/";
-        if (!std::filesystem::exists(base))
+        std::string designs = std::string(HYLN_TEST_SHARED_DIR) + "/realdata/dxl-design";
+        if (!std::filesystem::exists(designs))
             GTEST_SKIP() << "the shared real data is not present";
+        // The designs sit one folder down, in a folder named after their source.
+        for (const auto& entry : std::filesystem::directory_iterator(designs))
+            if (std::filesystem::exists(entry.path() / "testV1discuss"))
+                base = entry.path().string() + "/";
+        if (base.empty())
+            GTEST_SKIP() << "the shared view designs are not present";
         CollectionTest::SetUp();
     }
     // Imports the view note and returns its $ViewFormat value (type word included).
