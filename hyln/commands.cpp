@@ -41,6 +41,29 @@ int failWith(const std::string& what, const std::string& subject, const std::str
     return kFailure;
 }
 
+OpenDatabase::~OpenDatabase()
+{
+    try {
+        database.Close();
+    } catch (...) {
+        // The runtime's exception ends nothing more than this close; the destructor tries again.
+    }
+}
+
+int OpenDatabase::open(const Options& options, Runtime& runtime)
+{
+    database = HyLNDatabase(options.database, runtime.getInstance());
+    HyLNError status = database.Open();
+    return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
+}
+
+std::string noteIdText(NOTEID id)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", id);
+    return text;
+}
+
 namespace {
 
 // The runtime takes its paths in 1024-byte buffers; longer ones are refused before anything starts.

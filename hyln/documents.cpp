@@ -18,19 +18,6 @@ namespace {
 const unsigned int kFirstBufferSize = 64 * 1024;
 const char kStubMarker[] = "StubData";
 
-char hexDigit(unsigned value)
-{
-    return "0123456789ABCDEF"[value & 0xF];
-}
-
-std::string noteIdText(NOTEID id)
-{
-    std::string text = "0x";
-    for (int shift = 28; shift >= 0; shift -= 4)
-        text += hexDigit(id >> shift);
-    return text;
-}
-
 // Note IDs as the user wrote them (decimal, or hex with 0x); false names the first bad one.
 bool parseNoteIds(const std::vector<std::string>& words, std::vector<NOTEID>& ids, std::string& bad)
 {
@@ -62,31 +49,6 @@ STATUS listDataNotes(DBHANDLE database, std::vector<NOTEID>& ids)
     return HY_NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_DOCUMENT, nullptr, collectDataNote, &ids,
                         &until);
 }
-
-// A failed close keeps the handle, and the destructors of the library's objects try
-// once more: closing explicitly first gives every handle two chances.
-class OpenDatabase {
-public:
-    ~OpenDatabase()
-    {
-        try {
-            database.Close();
-        } catch (...) {
-            // The runtime's exception ends nothing more than this close; the destructor tries again.
-        }
-    }
-
-    int open(const Options& options, Runtime& runtime)
-    {
-        database = HyLNDatabase(options.database, runtime.getInstance());
-        HyLNError status = database.Open();
-        return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
-    }
-    DBHANDLE handle() { return database.GetHandle(); }
-
-private:
-    HyLNDatabase database;
-};
 
 int chooseNotes(const Options& options, DBHANDLE database, std::vector<NOTEID>& ids)
 {

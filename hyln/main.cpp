@@ -24,10 +24,14 @@ const char kJsonKeys[] =
     "With --json, standard output carries only JSON lines, each an object with \"type\" and \"command\":\n"
     "  database  path, and for full records title, view, replica, owner\n"
     "  note      note_id, and path and bytes (export) or stubbed, attachments, attachment_bytes (stub)\n"
+    "  view      name, database (views)\n"
+    "  columns   view, titles (index)\n"
+    "  entry     note_id, category, fields (index)\n"
     "  summary   databases (count), interrupted, and per command: entries and skipped\n"
     "            (without_mail_file, mail_file_not_text, external, failed, duplicates) for\n"
     "            mailboxes; directory for databases and additional; notes, chosen and database\n"
-    "            for export and stub\n"
+    "            for export and stub; views for views; entries and view for index; notes,\n"
+    "            modified, deleted, unread_skipped, folder_removed, folder_warning for select\n"
     "  error     operation, subject, message, and code (the Domino status) when there is one\n"
     "Exit codes: 0 success, 1 failure, 2 usage error, 130 interrupted (Ctrl-C ends after the current item).";
 
@@ -117,10 +121,12 @@ public:
         const Command* chosen = chosenCommand();
         if (chosen == nullptr)
             return usageError(
-                "a command is required: discover mailboxes|databases|additional, export, stub, demo or help");
+                "a command is required: discover mailboxes|databases|additional, export, stub, views, index, select, demo "
+                "or help");
         // Checked here rather than by the parser, so that "help discover additional" works.
         if (chosen->run == hyln::discoverAdditional && options.directories.empty())
             return usageError("discover additional: the directories are required (DIR1?DIR2)");
+        options.folderMode = folderMode == "exclude" ? 2 : 1;
         bool perNote = chosen->run == hyln::exportNotes || chosen->run == hyln::stubNotes;
         if (perNote && options.noteIds.empty() != options.allNotes)
             return usageError(std::string(chosen->name) + ": give note IDs or --all (one of the two)");
@@ -146,6 +152,7 @@ public:
     hyln::OutputMode mode;
     int logLevel = 0;
     bool versionWanted = false;
+    std::string folderMode = "include";
 
 private:
     void addGlobalOptions()
@@ -209,11 +216,40 @@ private:
         stubCommand->add_option("notes", options.noteIds, "Note IDs (decimal, or hex with 0x)");
         stubCommand->add_flag("--all", options.allNotes, "Every data note of the database");
         commands.push_back({"stub", stubCommand, hyln::stubNotes});
+        addViewCommands();
         CLI::App* demoCommand = subcommand(
             app, "demo", "Seed a sample server if missing (default data directory ~/.cache/hyln/sample-server), "
                          "then discover");
         commands.push_back({"demo", demoCommand, demo});
         helpCommand = subcommand(app, "help", "Show the help of hyln or of a command: hyln help discover mailboxes");
+    }
+
+    CLI::App* databaseCommand(const char* name, const char* description)
+    {
+        CLI::App* command = subcommand(app, name, description);
+        command->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        return command;
+    }
+
+    void addViewCommands()
+    {
+        CLI::App* views = databaseCommand("views", "List the views and folders of a database");
+        commands.push_back({"views", views, hyln::listViews});
+        CLI::App* index = databaseCommand("index", "Write the note index lines of a view or folder");
+        index->add_option("view", options.viewName, "View or folder (title or alias)")->required();
+        commands.push_back({"index", index, hyln::indexView});
+        CLI::App* select = databaseCommand(
+            "select", "List the notes an archiving pass would take: modified since a time, not unread, filtered "
+                      "by folders");
+        select->add_option("--since", options.since, "Modified after this time (runtime date text; default: ever)");
+        select->add_option("--owner", options.owner, "Mailbox owner for the unread marks (default: the title)");
+        CLI::Option* folders =
+            select->add_option("--folders", options.folders, "Folders separated by ';' (subfolders included)");
+        select->add_option("--mode", folderMode, "include: only notes in the folders; exclude: none of them")
+            ->check(CLI::IsMember({"include", "exclude"}))
+            ->needs(folders);
+        commands.push_back({"select", select, hyln::selectNotes});
     }
 
     const Command* chosenCommand() const
