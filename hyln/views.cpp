@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "views.h"
+
 #include "commands.h"
 #include "host_callbacks.h"
 #include "output.h"
@@ -112,7 +114,7 @@ bool readEntry(EntryReader& reader, IndexEntry& entry)
            reader.readSummary(entry.summary);
 }
 
-void writeIndexLine(HyLNView& view, const IndexEntry& entry)
+std::string indexLineOf(HyLNView& view, const IndexEntry& entry)
 {
     // The summary may sit at any offset of the buffer: the library gets an aligned copy.
     ITEM_TABLE table;
@@ -120,19 +122,21 @@ void writeIndexLine(HyLNView& view, const IndexEntry& entry)
     std::vector<unsigned char> summary(entry.summary, entry.summary + table.Length);
     std::vector<char> line(kIndexLineSize, '\0');
     view.AddEntryToNoteIndex(line.data(), summary.data(), entry.noteId, entry.special, entry.position, 0);
-    std::string text = line.data();
-    std::vector<std::string> fields = splitFields(text);
+    return line.data();
+}
+
+void writeIndexLine(NOTEID noteId, const std::string& line)
+{
+    std::vector<std::string> fields = splitFields(line);
     if (!fields.empty())
         fields.erase(fields.begin()); // the note ID, given on its own
-    output().record(visible(text),
-                    {{"note_id", noteIdText(entry.noteId)},
-                     {"category", (entry.noteId & NOTEID_CATEGORY) != 0},
-                     {"fields", fields}},
+    output().record(visible(line),
+                    {{"note_id", noteIdText(noteId)}, {"category", (noteId & NOTEID_CATEGORY) != 0}, {"fields", fields}},
                     "entry");
 }
 
 // Turns one read buffer into index lines; false when an entry does not fit the buffer.
-bool writeIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, size_t& written)
+bool passIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, const IndexLineSink& sink)
 {
     const unsigned char* start = static_cast<const unsigned char*>(HY_OSLockObject(buffer));
     if (start == nullptr)
@@ -142,17 +146,16 @@ bool writeIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, s
     for (DWORD i = 0; i < count && whole; ++i) {
         IndexEntry entry;
         whole = readEntry(reader, entry);
-        if (whole) {
-            writeIndexLine(view, entry);
-            output().progress(++written, "index lines");
-        }
+        if (whole)
+            sink(entry.noteId, indexLineOf(view, entry));
     }
     HY_OSUnlockObject(buffer);
     return whole;
 }
 
-// Reads the whole collection, one buffer at a time, until the runtime has no more.
-int readIndex(const Options& options, HyLNView& view, HCOLLECTION collection, size_t& written)
+} // namespace
+
+int forEachIndexLine(const std::string& viewName, HyLNView& view, HCOLLECTION collection, const IndexLineSink& sink)
 {
     COLLECTIONPOSITION position{};
     WORD signals = 0;
@@ -164,41 +167,38 @@ int readIndex(const Options& options, HyLNView& view, HCOLLECTION collection, si
         HyLNError status = view.ReadColection(&collection, &position, NAVIGATE_NEXT, 1, NAVIGATE_NEXT, 0xFFFFFFFF,
                                               kIndexReadMask, &buffer, &length, nullptr, &returned, &signals);
         if (status.IsErrorSet())
-            return fail(status, "reading the view", options.viewName);
+            return fail(status, "reading the view", viewName);
         if (buffer == NULLHANDLE)
             break;
-        bool whole = writeIndexLines(view, buffer, length, returned, written);
+        bool whole = passIndexLines(view, buffer, length, returned, sink);
         HY_OSMemFree(buffer);
         if (!whole)
-            return failWith("reading the view", options.viewName, "an entry does not fit its read buffer");
+            return failWith("reading the view", viewName, "an entry does not fit its read buffer");
     } while ((signals & SIGNAL_MORE_TO_DO) != 0 && !interrupted());
     return kSuccess;
 }
 
-int writeIndex(const Options& options, HyLNView& view, size_t& written)
+int readIndexLines(const std::string& viewName, HyLNView& view, const TitlesSink& onTitles, const IndexLineSink& sink)
 {
     unsigned int noteId = 0;
     HyLNError status = view.FindID(noteId);
     if (status.IsErrorSet())
-        return fail(status, "finding the view", options.viewName);
+        return fail(status, "finding the view", viewName);
     std::string titles;
     status = view.GetCoulmnTitles(&titles);
     if (status.IsErrorSet())
-        return fail(status, "reading the column titles", options.viewName);
-    output().record("columns: " + visible(titles), {{"view", options.viewName}, {"titles", splitFields(titles)}},
-                    "columns");
+        return fail(status, "reading the column titles", viewName);
+    onTitles(titles);
     HCOLLECTION collection = 0;
     status = view.OpenCollection(0, NULLHANDLE, &collection, nullptr, nullptr, nullptr, nullptr);
     if (status.IsErrorSet())
-        return fail(status, "opening the view", options.viewName);
-    int result = readIndex(options, view, collection, written);
+        return fail(status, "opening the view", viewName);
+    int result = forEachIndexLine(viewName, view, collection, sink);
     status = view.CloseCollection(collection);
     if (status.IsErrorSet() && result == kSuccess)
-        result = fail(status, "closing the view", options.viewName);
+        result = fail(status, "closing the view", viewName);
     return result;
 }
-
-} // namespace
 
 int listViews(const Options& options)
 {
@@ -233,7 +233,14 @@ int indexView(const Options& options)
     int result;
     {
         HyLNView view(database.get(), options.viewName);
-        result = writeIndex(options, view, written);
+        auto showTitles = [&](const std::string& titles) {
+            output().record("columns: " + visible(titles), {{"view", options.viewName}, {"titles", splitFields(titles)}},
+                            "columns");
+        };
+        result = readIndexLines(options.viewName, view, showTitles, [&](NOTEID noteId, const std::string& line) {
+            writeIndexLine(noteId, line);
+            output().progress(++written, "index lines");
+        });
     }
     output().summary("\n" + std::to_string(written) + " index lines of " + options.viewName +
                          (interrupted() ? " (interrupted)" : ""),
