@@ -33,6 +33,10 @@ struct Options {
     std::string folders;     // select: folder names separated by ';'
     unsigned long folderMode = 0; // select: 1 only notes in the folders, 2 notes not in them
     std::string owner;       // select: the mailbox owner (default: the database title)
+    bool allMailboxes = false;            // archive: every mail file instead of one database
+    unsigned long olderThanSeconds = 0;   // archive: only notes at least this old
+    std::string fromDir;     // restore, verify: the archive directory given with --out
+    bool withAcl = false;    // restore: the ACL too
 };
 
 // Reports a failure that has no Domino status: `what` failed for `subject` because of `why`.
@@ -47,6 +51,10 @@ int stubNotes(const Options& options);
 int listViews(const Options& options);
 int indexView(const Options& options);
 int selectNotes(const Options& options);
+int archivePass(const Options& options);
+int restoreArchive(const Options& options);
+int verifyArchive(const Options& options);
+int archiveTransactionLogs(const Options& options);
 
 // The runtime, started for one command and stopped when it ends.
 class Runtime {

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 
@@ -51,6 +53,15 @@ bool writeWhole(const fs::path& target, const unsigned char* data, size_t size)
         ::close(directory);
     }
     return true;
+}
+
+bool readWholeFile(const fs::path& path, std::vector<unsigned char>& data)
+{
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return false;
+    data.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad();
 }
 
 HyLNError exportToBuffer(HyLNDataDocument& note, unsigned int exporter, std::vector<unsigned char>& dxl)

@@ -14,6 +14,7 @@ constexpr char kStubMarker[] = "StubData";
 
 // Writes `data` whole and flushed to disk under `target`, or leaves nothing there.
 bool writeWhole(const std::filesystem::path& target, const unsigned char* data, size_t size);
+bool readWholeFile(const std::filesystem::path& path, std::vector<unsigned char>& data);
 // The note's DXL through the library's stream callback.
 HyLNError exportToBuffer(HyLNDataDocument& note, unsigned int exporter, std::vector<unsigned char>& dxl);
 // Some operations report a runtime failure as a code only, without the error flag.
