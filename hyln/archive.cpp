@@ -310,6 +310,11 @@ int archivePass(const Options& options)
     Runtime runtime;
     if (int failed = runtime.start(options))
         return failed;
+    return archiveIn(options, runtime);
+}
+
+int archiveIn(const Options& options, Runtime& runtime)
+{
     std::vector<std::string> databases{options.database};
     if (options.allMailboxes) {
         databases.clear();

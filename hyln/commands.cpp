@@ -212,6 +212,39 @@ int seedSampleServer(const Options& options)
                     options.seeder + " ended with exit code " + std::to_string(exitCode));
 }
 
+// The first mail file of the server, for the demo's pass.
+std::string firstMailbox(const Options& options)
+{
+    MailboxLookupStruct lookup;
+    HyLNUtilities::InitializeMBLookup(lookup, false);
+    std::set<std::string> found;
+    HyLNUtilities::DiscoverMailboxes(options.server, &found, lookup);
+    return found.empty() ? "" : *found.begin();
+}
+
+// Archive, restore and verify one mail file; the per-note records stay out of the way.
+int demoPass(Options options, Runtime& runtime)
+{
+    options.database = firstMailbox(options);
+    if (options.database.empty())
+        return failWith("choosing a mail file for the pass", options.dataDir, "the server has no mail file");
+    options.outDir = options.fromDir = options.dataDir + "-archive";
+    options.viewName = "($All)";
+    output().showRecords(false);
+    output().heading("\n== Archive pass over " + options.database + " into " + options.outDir);
+    int result = archiveIn(options, runtime);
+    if (result == kSuccess) {
+        output().heading("\n== Restore of " + options.database + " from its archive");
+        result = restoreIn(options, runtime);
+    }
+    if (result == kSuccess) {
+        output().heading("\n== Verification of " + options.database + " against its archive");
+        result = verifyIn(options, runtime);
+    }
+    output().showRecords(true);
+    return result;
+}
+
 } // namespace
 
 Runtime::~Runtime()
@@ -293,7 +326,9 @@ int runDemo(Options options)
         return result;
     output().heading("\n== Additional scan directories");
     options.directories = options.dataDir + "/extra1?" + options.dataDir + "/extra2";
-    return additional(options);
+    if ((result = additional(options)) != kSuccess)
+        return result;
+    return demoPass(options, runtime);
 }
 
 } // namespace hyln

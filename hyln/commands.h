@@ -68,6 +68,11 @@ private:
     bool started = false;
 };
 
+// The pass's jobs inside a runtime that is already started (the demo runs them in one).
+int archiveIn(const Options& options, Runtime& runtime);
+int restoreIn(const Options& options, Runtime& runtime);
+int verifyIn(const Options& options, Runtime& runtime);
+
 // Reports a Domino failure: `what` failed for `subject` with the status's code and text.
 int fail(HyLNError status, const std::string& what, const std::string& subject);
 

@@ -260,9 +260,14 @@ int verifyAll(Verifier& verifier, const std::vector<ArchivedNote>& notes, size_t
 int restoreArchive(const Options& options)
 {
     Runtime runtime;
-    OpenDatabase database;
     if (int failed = runtime.start(options))
         return failed;
+    return restoreIn(options, runtime);
+}
+
+int restoreIn(const Options& options, Runtime& runtime)
+{
+    OpenDatabase database;
     if (int failed = database.open(options, runtime))
         return failed;
     fs::path archive = archiveOf(options);
@@ -289,9 +294,14 @@ int restoreArchive(const Options& options)
 int verifyArchive(const Options& options)
 {
     Runtime runtime;
-    OpenDatabase database;
     if (int failed = runtime.start(options))
         return failed;
+    return verifyIn(options, runtime);
+}
+
+int verifyIn(const Options& options, Runtime& runtime)
+{
+    OpenDatabase database;
     if (int failed = database.open(options, runtime))
         return failed;
     fs::path archive = archiveOf(options);
