@@ -41,6 +41,29 @@ int failWith(const std::string& what, const std::string& subject, const std::str
     return kFailure;
 }
 
+OpenDatabase::~OpenDatabase()
+{
+    try {
+        database.Close();
+    } catch (...) {
+        // The runtime's exception ends nothing more than this close; the destructor tries again.
+    }
+}
+
+int OpenDatabase::open(const Options& options, Runtime& runtime)
+{
+    database = HyLNDatabase(options.database, runtime.getInstance());
+    HyLNError status = database.Open();
+    return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
+}
+
+std::string noteIdText(NOTEID id)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", id);
+    return text;
+}
+
 namespace {
 
 // The runtime takes its paths in 1024-byte buffers; longer ones are refused before anything starts.
@@ -189,6 +212,39 @@ int seedSampleServer(const Options& options)
                     options.seeder + " ended with exit code " + std::to_string(exitCode));
 }
 
+// The first mail file of the server, for the demo's pass.
+std::string firstMailbox(const Options& options)
+{
+    MailboxLookupStruct lookup;
+    HyLNUtilities::InitializeMBLookup(lookup, false);
+    std::set<std::string> found;
+    HyLNUtilities::DiscoverMailboxes(options.server, &found, lookup);
+    return found.empty() ? "" : *found.begin();
+}
+
+// Archive, restore and verify one mail file; the per-note records stay out of the way.
+int demoPass(Options options, Runtime& runtime)
+{
+    options.database = firstMailbox(options);
+    if (options.database.empty())
+        return failWith("choosing a mail file for the pass", options.dataDir, "the server has no mail file");
+    options.outDir = options.fromDir = options.dataDir + "-archive";
+    options.viewName = "($All)";
+    output().showRecords(false);
+    output().heading("\n== Archive pass over " + options.database + " into " + options.outDir);
+    int result = archiveIn(options, runtime);
+    if (result == kSuccess) {
+        output().heading("\n== Restore of " + options.database + " from its archive");
+        result = restoreIn(options, runtime);
+    }
+    if (result == kSuccess) {
+        output().heading("\n== Verification of " + options.database + " against its archive");
+        result = verifyIn(options, runtime);
+    }
+    output().showRecords(true);
+    return result;
+}
+
 } // namespace
 
 Runtime::~Runtime()
@@ -270,7 +326,9 @@ int runDemo(Options options)
         return result;
     output().heading("\n== Additional scan directories");
     options.directories = options.dataDir + "/extra1?" + options.dataDir + "/extra2";
-    return additional(options);
+    if ((result = additional(options)) != kSuccess)
+        return result;
+    return demoPass(options, runtime);
 }
 
 } // namespace hyln

@@ -28,6 +28,15 @@ struct Options {
     bool allNotes = false;   // export: every data note of the database
     std::string outDir;      // export: where the DXL files go
     bool fileMode = false;   // export: the exporter writes the file itself (else through memory)
+    std::string viewName;    // index: the view or folder (title or alias)
+    std::string since;       // select: modified after this time (runtime date text; empty: ever)
+    std::string folders;     // select: folder names separated by ';'
+    unsigned long folderMode = 0; // select: 1 only notes in the folders, 2 notes not in them
+    std::string owner;       // select: the mailbox owner (default: the database title)
+    bool allMailboxes = false;            // archive: every mail file instead of one database
+    unsigned long olderThanSeconds = 0;   // archive: only notes at least this old
+    std::string fromDir;     // restore, verify: the archive directory given with --out
+    bool withAcl = false;    // restore: the ACL too
 };
 
 // Reports a failure that has no Domino status: `what` failed for `subject` because of `why`.
@@ -39,6 +48,13 @@ int discoverAdditional(const Options& options);
 int runDemo(Options options);
 int exportNotes(const Options& options);
 int stubNotes(const Options& options);
+int listViews(const Options& options);
+int indexView(const Options& options);
+int selectNotes(const Options& options);
+int archivePass(const Options& options);
+int restoreArchive(const Options& options);
+int verifyArchive(const Options& options);
+int archiveTransactionLogs(const Options& options);
 
 // The runtime, started for one command and stopped when it ends.
 class Runtime {
@@ -52,8 +68,29 @@ private:
     bool started = false;
 };
 
+// The pass's jobs inside a runtime that is already started (the demo runs them in one).
+int archiveIn(const Options& options, Runtime& runtime);
+int restoreIn(const Options& options, Runtime& runtime);
+int verifyIn(const Options& options, Runtime& runtime);
+
 // Reports a Domino failure: `what` failed for `subject` with the status's code and text.
 int fail(HyLNError status, const std::string& what, const std::string& subject);
+
+// The job's database. A failed close keeps the handle, and the destructors of the
+// library's objects try once more: closing explicitly first gives every handle two chances.
+class OpenDatabase {
+public:
+    ~OpenDatabase();
+    int open(const Options& options, Runtime& runtime);
+    DBHANDLE handle() { return database.GetHandle(); }
+    HyLNDatabase& get() { return database; }
+
+private:
+    HyLNDatabase database;
+};
+
+// "0x" and eight hex digits.
+std::string noteIdText(NOTEID id);
 
 } // namespace hyln
 

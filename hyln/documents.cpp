@@ -1,12 +1,18 @@
 // The per-note jobs: DXL export and stubbing, as an archiving pass runs them.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 
 #include "commands.h"
+#include "notes.h"
 #include "host_callbacks.h"
 #include "output.h"
 
@@ -14,22 +20,108 @@ namespace fs = std::filesystem;
 
 namespace hyln {
 namespace {
-
 const unsigned int kFirstBufferSize = 64 * 1024;
-const char kStubMarker[] = "StubData";
+} // namespace
 
-char hexDigit(unsigned value)
+// Writes beside the final name, flushes to disk and renames: a file that exists is complete
+// and survives a crash.
+bool writeWhole(const fs::path& target, const unsigned char* data, size_t size)
 {
-    return "0123456789ABCDEF"[value & 0xF];
+    fs::path partial = target;
+    partial += ".part";
+    int file = ::open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (file < 0)
+        return false;
+    bool written = true;
+    for (size_t done = 0; written && done < size;) {
+        ssize_t step = ::write(file, data + done, size - done);
+        written = step > 0;
+        done += written ? static_cast<size_t>(step) : 0;
+    }
+    written = ::fsync(file) == 0 && written;
+    written = ::close(file) == 0 && written;
+    std::error_code error;
+    if (written)
+        fs::rename(partial, target, error);
+    if (!written || error) {
+        fs::remove(partial, error);
+        return false;
+    }
+    int directory = ::open(target.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory >= 0) {
+        ::fsync(directory);
+        ::close(directory);
+    }
+    return true;
 }
 
-std::string noteIdText(NOTEID id)
+bool readWholeFile(const fs::path& path, std::vector<unsigned char>& data)
 {
-    std::string text = "0x";
-    for (int shift = 28; shift >= 0; shift -= 4)
-        text += hexDigit(id >> shift);
-    return text;
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        return false;
+    data.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad();
 }
+
+HyLNError exportToBuffer(HyLNDataDocument& note, unsigned int exporter, std::vector<unsigned char>& dxl)
+{
+    unsigned int capacity = kFirstBufferSize;
+    unsigned char* buffer = static_cast<unsigned char*>(std::malloc(capacity));
+    NoteExportRecord record{nullptr, &buffer, 0, &capacity, 0, false, true};
+    HyLNError status = buffer == nullptr ? HyLNError(0xFFFF, "no memory for the DXL buffer")
+                                         : note.Export(exporter, &record);
+    if (!status.IsErrorSet() && !record.ok)
+        status = HyLNError(0xFFFF, "the DXL buffer could not grow");
+    if (!status.IsErrorSet())
+        dxl.assign(buffer, buffer + record.position);
+    std::free(buffer);
+    return status;
+}
+
+bool failed(HyLNError status)
+{
+    return status.IsErrorSet() || status.GetErrorCode() != 0;
+}
+
+namespace {
+
+// The removals take a failed look-up for an absent item; a note that still holds its
+// attachments or body is not marked and not saved, so that it stays as it was.
+int checkStripped(HyLNDataDocument& note, const std::string& name, const Options& options)
+{
+    for (const char* item : {"$FILE", "Body"}) {
+        bool present = false;
+        HyLNError status = note.HasItem(item, present);
+        if (status.IsErrorSet())
+            return fail(status, "checking " + name, options.database);
+        if (present)
+            return failWith("stubbing " + name, options.database,
+                            std::string("the note still holds ") + item + " after its removal; it is left as it was");
+    }
+    return kSuccess;
+}
+
+} // namespace
+
+int stubInPlace(HyLNDataDocument& note, NOTEID id, const Options& options)
+{
+    std::string name = "note " + noteIdText(id);
+    HyLNError status;
+    bool removed = false;
+    // Every change stays in the note in memory until the one update: the stored note is
+    // either untouched or fully stubbed.
+    if (failed(status = note.AddAttachmentInfo()) || failed(status = note.RemoveAttachments(removed)) ||
+        failed(status = note.RemoveMessageBody()) || failed(status = note.RemoveSealedFields()))
+        return fail(status, "stubbing " + name, options.database);
+    if (int failed = checkStripped(note, name, options))
+        return failed;
+    if (failed(status = note.SetItemText(kStubMarker, noteIdText(id))) || failed(status = note.Update(0)))
+        return fail(status, "stubbing " + name, options.database);
+    return kSuccess;
+}
+
+namespace {
 
 // Note IDs as the user wrote them (decimal, or hex with 0x); false names the first bad one.
 bool parseNoteIds(const std::vector<std::string>& words, std::vector<NOTEID>& ids, std::string& bad)
@@ -63,31 +155,6 @@ STATUS listDataNotes(DBHANDLE database, std::vector<NOTEID>& ids)
                         &until);
 }
 
-// A failed close keeps the handle, and the destructors of the library's objects try
-// once more: closing explicitly first gives every handle two chances.
-class OpenDatabase {
-public:
-    ~OpenDatabase()
-    {
-        try {
-            database.Close();
-        } catch (...) {
-            // The runtime's exception ends nothing more than this close; the destructor tries again.
-        }
-    }
-
-    int open(const Options& options, Runtime& runtime)
-    {
-        database = HyLNDatabase(options.database, runtime.getInstance());
-        HyLNError status = database.Open();
-        return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
-    }
-    DBHANDLE handle() { return database.GetHandle(); }
-
-private:
-    HyLNDatabase database;
-};
-
 int chooseNotes(const Options& options, DBHANDLE database, std::vector<NOTEID>& ids)
 {
     std::string bad;
@@ -106,36 +173,13 @@ int chooseNotes(const Options& options, DBHANDLE database, std::vector<NOTEID>& 
     return kSuccess;
 }
 
-// Writes the DXL beside its final name and renames it: a file that exists is complete.
-bool writeWhole(const fs::path& target, const unsigned char* data, size_t size)
-{
-    fs::path partial = target;
-    partial += ".part";
-    FILE* file = std::fopen(partial.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    bool written = std::fwrite(data, 1, size, file) == size;
-    written = std::fclose(file) == 0 && written;
-    std::error_code error;
-    if (written)
-        fs::rename(partial, target, error);
-    if (!written || error)
-        fs::remove(partial, error);
-    return written && !error;
-}
-
-// Exports through a memory buffer that the library's stream callback grows.
 HyLNError exportToMemory(HyLNDataDocument& note, unsigned int exporter, const fs::path& target, size_t& bytes,
                          bool& written)
 {
-    unsigned int capacity = kFirstBufferSize;
-    unsigned char* buffer = static_cast<unsigned char*>(std::malloc(capacity));
-    NoteExportRecord record{nullptr, &buffer, 0, &capacity, 0, false, true};
-    HyLNError status = buffer == nullptr ? HyLNError(0xFFFF, "no memory for the DXL buffer")
-                                         : note.Export(exporter, &record);
-    bytes = record.position;
-    written = !status.IsErrorSet() && record.ok && writeWhole(target, buffer, record.position);
-    std::free(buffer);
+    std::vector<unsigned char> dxl;
+    HyLNError status = exportToBuffer(note, exporter, dxl);
+    bytes = dxl.size();
+    written = !status.IsErrorSet() && writeWhole(target, dxl.data(), dxl.size());
     return status;
 }
 
@@ -195,28 +239,6 @@ struct Exporter {
     unsigned int handle = 0;
 };
 
-// Some operations report a runtime failure as a code only, without the error flag.
-bool failed(HyLNError status)
-{
-    return status.IsErrorSet() || status.GetErrorCode() != 0;
-}
-
-// The removals take a failed look-up for an absent item; a note that still holds its
-// attachments or body is not marked and not saved, so that it stays as it was.
-int checkStripped(HyLNDataDocument& note, const std::string& name, const Options& options)
-{
-    for (const char* item : {"$FILE", "Body"}) {
-        bool present = false;
-        HyLNError status = note.HasItem(item, present);
-        if (status.IsErrorSet())
-            return fail(status, "checking " + name, options.database);
-        if (present)
-            return failWith("stubbing " + name, options.database,
-                            std::string("the note still holds ") + item + " after its removal; it is left as it was");
-    }
-    return kSuccess;
-}
-
 int stubOne(const Options& options, DBHANDLE database, NOTEID id)
 {
     HyLNDataDocument note(database, id);
@@ -227,18 +249,11 @@ int stubOne(const Options& options, DBHANDLE database, NOTEID id)
     bool migrated = false;
     note.IsMigratedMessage(migrated);
     DbMigrateCriteria details;
-    bool removed = false;
-    // Every change stays in the note in memory until the one update: the stored note is
-    // either untouched or fully stubbed.
     if (!migrated) {
-        if (failed(status = note.GetMigrationDetails(details)) || failed(status = note.AddAttachmentInfo()) ||
-            failed(status = note.RemoveAttachments(removed)) || failed(status = note.RemoveMessageBody()) ||
-            failed(status = note.RemoveSealedFields()))
+        if (failed(status = note.GetMigrationDetails(details)))
             return fail(status, "stubbing " + name, options.database);
-        if (int failed = checkStripped(note, name, options))
+        if (int failed = stubInPlace(note, id, options))
             return failed;
-        if (failed(status = note.SetItemText(kStubMarker, noteIdText(id))) || failed(status = note.Update(0)))
-            return fail(status, "stubbing " + name, options.database);
     }
     output().record(name + (migrated ? ": already stubbed" : ": stubbed, " + std::to_string(details.AttachmentNumbers) +
                                                                   " attachments removed"),

@@ -42,6 +42,10 @@ bool sessionLost()
 
 bool acceptRecord(char* message)
 {
+    if (host().messages != nullptr) {
+        host().messages->push_back(message);
+        return false;
+    }
     std::string record = message;
     output().record(readableRecord(record), recordFields(record));
     output().progress(++host().recordsReceived, "databases reported");

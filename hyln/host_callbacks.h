@@ -13,6 +13,9 @@ struct HostState {
     int maxLogLevel = 0;               // lines with a higher level are not shown
     size_t recordsReceived = 0;        // database records the library sent
     std::vector<std::string> logTexts; // every line, kept for the summaries
+    // While set, the library's messages (view names) are collected here instead of
+    // being read as database records.
+    std::vector<std::string>* messages = nullptr;
 };
 
 HostState& host();

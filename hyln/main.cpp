@@ -1,6 +1,7 @@
 // hyln: drives the library the way a backup agent does.
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -24,10 +25,14 @@ const char kJsonKeys[] =
     "With --json, standard output carries only JSON lines, each an object with \"type\" and \"command\":\n"
     "  database  path, and for full records title, view, replica, owner\n"
     "  note      note_id, and path and bytes (export) or stubbed, attachments, attachment_bytes (stub)\n"
+    "  view      name, database (views)\n"
+    "  columns   view, titles (index)\n"
+    "  entry     note_id, category, fields (index)\n"
     "  summary   databases (count), interrupted, and per command: entries and skipped\n"
     "            (without_mail_file, mail_file_not_text, external, failed, duplicates) for\n"
     "            mailboxes; directory for databases and additional; notes, chosen and database\n"
-    "            for export and stub\n"
+    "            for export and stub; views for views; entries and view for index; notes,\n"
+    "            modified, deleted, unread_skipped, folder_removed, folder_warning for select\n"
     "  error     operation, subject, message, and code (the Domino status) when there is one\n"
     "Exit codes: 0 success, 1 failure, 2 usage error, 130 interrupted (Ctrl-C ends after the current item).";
 
@@ -70,6 +75,23 @@ std::string versionText(const hyln::Options& options)
     }
     return std::string("hyln ") + HYLN_VERSION_TEXT + "\nlibrary: " +
            (libraryStamp.empty() ? "no version stamp" : libraryStamp) + " (" + library + ")\nruntime: " + runtimeText;
+}
+
+// "N" or "N" with s, m, h or d; false for anything else.
+bool parseDuration(const std::string& text, unsigned long* seconds)
+{
+    char* end = nullptr;
+    unsigned long value = std::strtoul(text.c_str(), &end, 10);
+    if (text.empty() || end == text.c_str() || !std::isdigit(static_cast<unsigned char>(text[0])))
+        return false;
+    const std::string units = "smhd";
+    const unsigned long scale[] = {1, 60, 3600, 86400};
+    size_t unit = *end == '\0' ? 0 : units.find(*end);
+    if (unit == std::string::npos || (*end != '\0' && end[1] != '\0') || value > 0xFFFFFFFFul / scale[unit])
+        return false;
+    if (seconds != nullptr)
+        *seconds = value * scale[unit];
+    return true;
 }
 
 struct Command {
@@ -117,10 +139,15 @@ public:
         const Command* chosen = chosenCommand();
         if (chosen == nullptr)
             return usageError(
-                "a command is required: discover mailboxes|databases|additional, export, stub, demo or help");
+                "a command is required: discover mailboxes|databases|additional, export, stub, views, index, select, "
+                "archive, restore, verify, translog, demo or help");
         // Checked here rather than by the parser, so that "help discover additional" works.
         if (chosen->run == hyln::discoverAdditional && options.directories.empty())
             return usageError("discover additional: the directories are required (DIR1?DIR2)");
+        options.folderMode = folderMode == "exclude" ? 2 : 1;
+        parseDuration(olderThan, &options.olderThanSeconds);
+        if (chosen->run == hyln::archivePass && options.database.empty() == !options.allMailboxes)
+            return usageError("archive: give a database or --all-mailboxes (one of the two)");
         bool perNote = chosen->run == hyln::exportNotes || chosen->run == hyln::stubNotes;
         if (perNote && options.noteIds.empty() != options.allNotes)
             return usageError(std::string(chosen->name) + ": give note IDs or --all (one of the two)");
@@ -146,6 +173,8 @@ public:
     hyln::OutputMode mode;
     int logLevel = 0;
     bool versionWanted = false;
+    std::string folderMode = "include";
+    std::string olderThan = "0";
 
 private:
     void addGlobalOptions()
@@ -209,11 +238,79 @@ private:
         stubCommand->add_option("notes", options.noteIds, "Note IDs (decimal, or hex with 0x)");
         stubCommand->add_flag("--all", options.allNotes, "Every data note of the database");
         commands.push_back({"stub", stubCommand, hyln::stubNotes});
+        addViewCommands();
+        addPassCommands();
         CLI::App* demoCommand = subcommand(
             app, "demo", "Seed a sample server if missing (default data directory ~/.cache/hyln/sample-server), "
                          "then discover");
         commands.push_back({"demo", demoCommand, demo});
         helpCommand = subcommand(app, "help", "Show the help of hyln or of a command: hyln help discover mailboxes");
+    }
+
+    CLI::App* databaseCommand(const char* name, const char* description)
+    {
+        CLI::App* command = subcommand(app, name, description);
+        command->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        return command;
+    }
+
+    void addViewCommands()
+    {
+        CLI::App* views = databaseCommand("views", "List the views and folders of a database");
+        commands.push_back({"views", views, hyln::listViews});
+        CLI::App* index = databaseCommand("index", "Write the note index lines of a view or folder");
+        index->add_option("view", options.viewName, "View or folder (title or alias)")->required();
+        commands.push_back({"index", index, hyln::indexView});
+        CLI::App* select = databaseCommand(
+            "select", "List the notes an archiving pass would take: modified since a time, not unread, filtered "
+                      "by folders");
+        addSelectionOptions(select);
+        commands.push_back({"select", select, hyln::selectNotes});
+    }
+
+    void addSelectionOptions(CLI::App* command)
+    {
+        command->add_option("--since", options.since, "Modified after this time (runtime date text; default: ever)");
+        command->add_option("--owner", options.owner, "Mailbox owner for the unread marks (default: the title)");
+        CLI::Option* folders =
+            command->add_option("--folders", options.folders, "Folders separated by ';' (subfolders included)");
+        command->add_option("--mode", folderMode, "include: only notes in the folders; exclude: none of them")
+            ->check(CLI::IsMember({"include", "exclude"}))
+            ->needs(folders);
+    }
+
+    void addPassCommands()
+    {
+        CLI::App* archive = subcommand(
+            app, "archive",
+            "The archiving pass: select, export DXL and index lines, record folders, stub; writes a manifest");
+        archive->add_option("database", options.database, "Database path (relative to the data directory)");
+        archive->add_flag("--all-mailboxes", options.allMailboxes, "Every user's mail file instead of one database");
+        addSelectionOptions(archive);
+        archive->add_option("--older-than", olderThan, "Only notes at least this old: N[s|m|h|d] (default 0)")
+            ->check([](const std::string& text) { return parseDuration(text, nullptr) ? "" : "not a duration"; });
+        archive->add_option("--view", options.viewName, "View whose entries give the index lines")
+            ->default_val("($All)");
+        archive->add_option("--out", options.outDir, "Archive directory (one subdirectory per database)")->required();
+        commands.push_back({"archive", archive, hyln::archivePass});
+        CLI::App* restore = subcommand(app, "restore", "Bring archived notes back, with their folders");
+        restore->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        restore->add_option("--from", options.fromDir, "The archive directory (given to archive --out)")->required();
+        restore->add_flag("--acl", options.withAcl, "Restore the ACL too");
+        commands.push_back({"restore", restore, hyln::restoreArchive});
+        CLI::App* verify =
+            subcommand(app, "verify", "Compare a database with its archive: items, folders, unread marks");
+        verify->add_option("database", options.database, "Database path (relative to the data directory)")
+            ->required();
+        verify->add_option("--against", options.fromDir, "The archive directory (given to archive --out)")
+            ->required();
+        verify->add_option("--owner", options.owner, "Mailbox owner for the unread marks (default: the title)");
+        commands.push_back({"verify", verify, hyln::verifyArchive});
+        CLI::App* translog = subcommand(app, "translog", "Archive the server's transaction-log extents");
+        translog->add_option("--out", options.outDir, "Directory for the copies")->required();
+        commands.push_back({"translog", translog, hyln::archiveTransactionLogs});
     }
 
     const Command* chosenCommand() const

@@ -34,7 +34,7 @@ void Output::record(const std::string& text, nlohmann::json fields, const char* 
 {
     if (mode.json) {
         writeJson(type, std::move(fields));
-    } else {
+    } else if (recordsShown) {
         std::fprintf(records, "%s\n", text.c_str());
         // A reader of the pipe sees each record when it is done, also if the run ends early.
         std::fflush(records);

@@ -24,6 +24,8 @@ public:
     void setMode(const OutputMode& mode) { this->mode = mode; }
     const OutputMode& getMode() const { return mode; }
     void setCommand(const std::string& command) { this->command = command; }
+    // The demo keeps the per-item records of its pass out of the text output.
+    void showRecords(bool shown) { recordsShown = shown; }
 
     // A section heading of the text output (the demo's parts); nothing in JSON.
     void heading(const std::string& text);
@@ -45,6 +47,7 @@ private:
     std::string command;
     FILE* records = stdout;
     bool progressShown = false;
+    bool recordsShown = true;
 };
 
 Output& output();
