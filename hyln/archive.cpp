@@ -291,18 +291,6 @@ int archiveDatabase(const Options& options, Runtime& runtime, PassTotals& totals
     return kSuccess;
 }
 
-int listMailboxes(const Options& options, std::vector<std::string>& paths)
-{
-    MailboxLookupStruct lookup;
-    HyLNUtilities::InitializeMBLookup(lookup, false);
-    std::set<std::string> found;
-    HyLNError status = HyLNUtilities::DiscoverMailboxes(options.server, &found, lookup);
-    if (status.IsErrorSet() && found.empty())
-        return fail(status, "mailbox discovery", options.server.empty() ? "the local server" : options.server);
-    paths.assign(found.begin(), found.end());
-    return kSuccess;
-}
-
 } // namespace
 
 int archivePass(const Options& options)
@@ -318,7 +306,7 @@ int archiveIn(const Options& options, Runtime& runtime)
     std::vector<std::string> databases{options.database};
     if (options.allMailboxes) {
         databases.clear();
-        if (int failed = listMailboxes(options, databases))
+        if (int failed = listMailFiles(options, databases))
             return failed;
     }
     PassTotals totals;

@@ -41,6 +41,22 @@ int failWith(const std::string& what, const std::string& subject, const std::str
     return kFailure;
 }
 
+int listMailFiles(const Options& options, std::vector<std::string>& paths)
+{
+    MailboxLookupStruct lookup;
+    HyLNUtilities::InitializeMBLookup(lookup, false);
+    std::set<std::string> reported;
+    std::vector<std::string> records;
+    host().messages = &records;
+    HyLNError status = HyLNUtilities::DiscoverMailboxes(options.server, &reported, lookup, true);
+    host().messages = nullptr;
+    if (status.IsErrorSet() && records.empty() && !interrupted())
+        return fail(status, "mailbox discovery", options.server.empty() ? "the local server" : options.server);
+    for (const std::string& record : records)
+        paths.push_back(record.substr(0, record.find('\x12')));
+    return kSuccess;
+}
+
 OpenDatabase::~OpenDatabase()
 {
     try {
@@ -212,20 +228,13 @@ int seedSampleServer(const Options& options)
                     options.seeder + " ended with exit code " + std::to_string(exitCode));
 }
 
-// The first mail file of the server, for the demo's pass.
-std::string firstMailbox(const Options& options)
-{
-    MailboxLookupStruct lookup;
-    HyLNUtilities::InitializeMBLookup(lookup, false);
-    std::set<std::string> found;
-    HyLNUtilities::DiscoverMailboxes(options.server, &found, lookup);
-    return found.empty() ? "" : *found.begin();
-}
-
 // Archive, restore and verify one mail file; the per-note records stay out of the way.
 int demoPass(Options options, Runtime& runtime)
 {
-    options.database = firstMailbox(options);
+    std::vector<std::string> mailFiles;
+    if (int failed = listMailFiles(options, mailFiles))
+        return failed;
+    options.database = mailFiles.empty() ? "" : mailFiles.front();
     if (options.database.empty())
         return failWith("choosing a mail file for the pass", options.dataDir, "the server has no mail file");
     options.outDir = options.fromDir = options.dataDir + "-archive";

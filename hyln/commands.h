@@ -68,6 +68,9 @@ private:
     bool started = false;
 };
 
+// The mail files that discovery reports (external and duplicate entries left out).
+int listMailFiles(const Options& options, std::vector<std::string>& paths);
+
 // The pass's jobs inside a runtime that is already started (the demo runs them in one).
 int archiveIn(const Options& options, Runtime& runtime);
 int restoreIn(const Options& options, Runtime& runtime);
