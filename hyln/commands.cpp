@@ -241,13 +241,16 @@ int demoPass(Options options, Runtime& runtime)
     options.viewName = "($All)";
     output().showRecords(false);
     output().heading("\n== Archive pass over " + options.database + " into " + options.outDir);
+    output().setCommand("archive");
     int result = archiveIn(options, runtime);
     if (result == kSuccess) {
         output().heading("\n== Restore of " + options.database + " from its archive");
+        output().setCommand("restore");
         result = restoreIn(options, runtime);
     }
     if (result == kSuccess) {
         output().heading("\n== Verification of " + options.database + " against its archive");
+        output().setCommand("verify");
         result = verifyIn(options, runtime);
     }
     output().showRecords(true);

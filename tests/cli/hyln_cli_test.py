@@ -165,7 +165,9 @@ class JsonOutput(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         lines = json_lines(result.stdout)
         summaries = [line["command"] for line in lines if line["type"] == "summary"]
-        self.assertEqual(summaries, ["discover mailboxes", "discover databases", "discover additional"])
+        self.assertEqual(summaries, ["discover mailboxes", "discover databases", "discover additional", "archive",
+                                     "restore", "verify"])
+        self.assertEqual(lines[-1]["differences"], 0)
 
 
 def copy_server(source, target):
@@ -385,7 +387,7 @@ class DemoPaths(unittest.TestCase):
         result = run("--data", data, "demo", cwd=scratch)
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertTrue(os.path.exists(os.path.join(data, "names.nsf")))
-        self.assertEqual(sorted(os.listdir(scratch)), [os.path.basename(data)])
+        self.assertEqual(sorted(os.listdir(scratch)), [os.path.basename(data), os.path.basename(data) + "-archive"])
         self.assertIn("found 6 databases in", result.stderr)
 
     def test_demo_reports_a_seeder_that_fails(self):
