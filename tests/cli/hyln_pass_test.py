@@ -70,7 +70,7 @@ class ViewsAndIndex(unittest.TestCase):
         titles = records[0]["titles"]
         self.assertGreater(len(titles), 0)
         entries = [record for record in records[1:] if not record["category"]]
-        self.assertGreater(len(entries), 60)
+        self.assertGreaterEqual(len(entries), 60, "every memo of the mail file")
         for entry in entries:
             self.assertRegex(entry["note_id"], NOTE_ID)
             self.assertEqual(len(entry["fields"]), len(titles), entry)
@@ -139,7 +139,7 @@ class Pass(unittest.TestCase):
     def archive(self, data, out, *extra):
         return run("archive", MAIL_FILE, "--out", out, *extra, data=data)
 
-    def check_archive_whole(self, out):
+    def check_archive_whole(self, out, complete=True):
         archive = os.path.join(out, MAIL_FILE)
         records = [name for name in os.listdir(os.path.join(archive, "notes")) if name.endswith(".json")]
         for name in records:
@@ -147,7 +147,8 @@ class Pass(unittest.TestCase):
             items = items_of(dxl)  # parses: a written file is whole
             self.assertNotIn("StubData", items, name + ": a stub was archived (stubbed twice)")
             self.assertIn("Body", items, name)
-        for name in os.listdir(os.path.join(archive, "notes")):
+        # A killed pass may leave a file it was writing; the next pass writes it anew.
+        for name in os.listdir(os.path.join(archive, "notes")) if complete else ():
             self.assertFalse(name.endswith(".part"), name + " left behind")
         return records
 
@@ -168,7 +169,8 @@ class Pass(unittest.TestCase):
         archived = [note for note in notes if note["outcome"] == "archived"]
         self.assertEqual(len(archived), summary[0]["archived"])
         self.assertGreater(len(archived), 30)
-        manifest = json.load(open(os.path.join(out, MAIL_FILE, "manifest.json")))
+        with open(os.path.join(out, MAIL_FILE, "manifest.json")) as manifest_file:
+            manifest = json.load(manifest_file)
         self.assertEqual(manifest["counts"]["archived"], len(archived))
         self.assertRegex(manifest["runtime"], "simulated runtime")
         self.assertEqual(len(self.check_archive_whole(out)), len(archived))
@@ -189,7 +191,8 @@ class Pass(unittest.TestCase):
         folders = set()
         for name in os.listdir(os.path.join(archive, "notes")):
             if name.endswith(".json"):
-                record = json.load(open(os.path.join(archive, "notes", name)))
+                with open(os.path.join(archive, "notes", name)) as record_file:
+                    record = json.load(record_file)
                 memberships += len(record["folders"])
                 folders.update(record["folders"])
         self.assertGreater(memberships, 0)
@@ -210,8 +213,9 @@ class Pass(unittest.TestCase):
             time.sleep(randomness.uniform(0, duration))
             process.send_signal(signal.SIGKILL)
             process.wait()
-            self.check_archive_whole(out)
+            self.check_archive_whole(out, complete=False)
         summary = self.round_trip(data, out)
+        self.check_archive_whole(out)
         self.assertGreater(summary["notes"], 30)
 
     def test_restore_from_an_empty_place_fails_cleanly(self):
