@@ -39,6 +39,15 @@ std::vector<std::string> splitFields(const std::string& text)
     return fields;
 }
 
+// Each title comes behind its separator.
+std::vector<std::string> titleList(const std::string& titles)
+{
+    std::vector<std::string> list = splitFields(titles);
+    if (!list.empty() && list.front().empty())
+        list.erase(list.begin());
+    return list;
+}
+
 // The separators shown as '|', which the index text never holds itself.
 std::string visible(const std::string& text)
 {
@@ -234,7 +243,7 @@ int indexView(const Options& options)
     {
         HyLNView view(database.get(), options.viewName);
         auto showTitles = [&](const std::string& titles) {
-            output().record("columns: " + visible(titles), {{"view", options.viewName}, {"titles", splitFields(titles)}},
+            output().record("columns: " + visible(titles), {{"view", options.viewName}, {"titles", titleList(titles)}},
                             "columns");
         };
         result = readIndexLines(options.viewName, view, showTitles, [&](NOTEID noteId, const std::string& line) {
