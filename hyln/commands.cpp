@@ -254,6 +254,9 @@ int demoPass(Options options, Runtime& runtime)
         result = verifyIn(options, runtime);
     }
     output().showRecords(true);
+    output().heading("\n== Summary");
+    for (const std::string& text : output().summaryTexts())
+        output().heading("  " + text);
     return result;
 }
 

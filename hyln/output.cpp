@@ -43,6 +43,8 @@ void Output::record(const std::string& text, nlohmann::json fields, const char* 
 
 void Output::summary(const std::string& text, nlohmann::json fields)
 {
+    size_t start = text.find_first_not_of('\n');
+    summaries.push_back(start == std::string::npos ? "" : text.substr(start));
     clearProgress();
     std::fflush(records);
     if (mode.json)

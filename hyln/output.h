@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -35,6 +36,8 @@ public:
     void summary(const std::string& text, nlohmann::json fields);
     // A failure: the message on standard error, and an error object in JSON.
     void failure(const std::string& message, nlohmann::json fields);
+    // The summary texts so far, in order, for the demo's closing overview.
+    const std::vector<std::string>& summaryTexts() const { return summaries; }
     // Shows a count of what was done so far, when progress is on.
     void progress(size_t count, const char* what);
     // Ends a progress line, so that the next text on standard error starts on a line of its own.
@@ -48,6 +51,7 @@ private:
     FILE* records = stdout;
     bool progressShown = false;
     bool recordsShown = true;
+    std::vector<std::string> summaries;
 };
 
 Output& output();
