@@ -55,6 +55,13 @@ std::string besideExecutable(const std::string& relative)
     return (executableDir() / relative).lexically_normal().string();
 }
 
+std::string absolutePath(const std::string& path)
+{
+    std::error_code error;
+    fs::path absolute = path.empty() ? fs::path() : fs::absolute(path, error);
+    return error ? path : absolute.lexically_normal().string();
+}
+
 std::string defaultSampleDir()
 {
     std::string cache = fromEnvironment("XDG_CACHE_HOME", fromEnvironment("HOME", ".") + "/.cache");
@@ -367,6 +374,10 @@ int main(int argc, char** argv)
     hyln::host().maxLogLevel = commandLine.logLevel;
     if (commandLine.options.dataDir.empty() && commandLine.app.got_subcommand("demo"))
         commandLine.options.dataDir = defaultSampleDir();
+    // The runtime reads a relative notes.ini path from its program directory; the user
+    // means the current one.
+    commandLine.options.dataDir = absolutePath(commandLine.options.dataDir);
+    commandLine.options.iniPath = absolutePath(commandLine.options.iniPath);
     if (!hyln::output().claimStandardOutput()) {
         std::perror("hyln: cannot set up standard output");
         return hyln::kFailure;

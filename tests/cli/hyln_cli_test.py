@@ -77,6 +77,11 @@ class Conventions(unittest.TestCase):
         self.assertRegex(result.stderr, r"hyln: starting the Domino runtime failed for .*" + nowhere +
                          r"/notes\.ini: Domino code \d+: \S")
 
+    def test_a_relative_data_directory_is_taken_from_the_current_directory(self):
+        result = run("--data", os.path.basename(SERVER_DIR), "discover", "databases", cwd=WORK_DIR)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("names.nsf", result.stdout)
+
     def test_what_the_library_prints_itself_stays_off_standard_output(self):
         result = run("--domino", os.path.join(WORK_DIR, "nowhere"), "--data", SERVER_DIR, "discover", "mailboxes")
         self.assertEqual(result.returncode, 1)
