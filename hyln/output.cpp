@@ -26,8 +26,10 @@ bool Output::claimStandardOutput()
 
 void Output::heading(const std::string& text)
 {
-    if (!mode.json)
+    if (!mode.json) {
         std::fprintf(records, "%s\n", text.c_str());
+        std::fflush(records);
+    }
 }
 
 void Output::record(const std::string& text, nlohmann::json fields, const char* type)
