@@ -613,26 +613,38 @@ private:
 
 struct RunResult {
     double seconds = 0;
+    double cpuSeconds = 0;
     size_t archived = 0;
     size_t dxlBytes = 0;
 };
 
-RunResult resultOf(const hyln::Options& options, double seconds)
+RunResult resultOf(const hyln::Options& options, std::pair<double, double> seconds)
 {
     std::ifstream file(hyln::archiveDirOf(options.outDir, options.database) / "manifest.json");
     nlohmann::json manifest = nlohmann::json::parse(file);
-    RunResult result{seconds, manifest["counts"]["archived"].get<size_t>(), manifest["dxl_bytes"].get<size_t>()};
+    RunResult result{seconds.first, seconds.second, manifest["counts"]["archived"].get<size_t>(), manifest["dxl_bytes"].get<size_t>()};
     if (result.archived != kExpectedArchived)
         throw std::runtime_error("the pass archived " + std::to_string(result.archived) + " notes");
     return result;
 }
 
-template <class Body>
-double timed(Body body)
+double processCpuSeconds()
 {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// Wall-clock and CPU seconds of `body`. The CPU time of the process (the runtime runs in it)
+// is less disturbed by other work on the machine than the wall clock.
+template <class Body>
+std::pair<double, double> timed(Body body)
+{
+    double cpuStart = processCpuSeconds();
     auto start = std::chrono::steady_clock::now();
     body();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {wall, processCpuSeconds() - cpuStart};
 }
 
 struct Comparison {
@@ -660,7 +672,7 @@ RunResult runHyln()
     if (runtime.start(options) != hyln::kSuccess)
         throw std::runtime_error("cannot start the runtime on " + options.dataDir);
     int exitCode = hyln::kSuccess;
-    double seconds = timed([&] { exitCode = hyln::archiveIn(options, runtime); });
+    std::pair<double, double> seconds = timed([&] { exitCode = hyln::archiveIn(options, runtime); });
     if (exitCode != hyln::kSuccess)
         throw std::runtime_error("hyln's pass ended with exit code " + std::to_string(exitCode));
     lastHylnRun() = {databaseFingerprint(options.database), hyln::archiveDirOf(options.outDir, options.database)};
@@ -688,7 +700,7 @@ RunResult runPlain()
     RunDirs dirs = freshCopy("plain");
     hyln::Options options = passOptions(dirs);
     std::string fingerprint;
-    double seconds = 0;
+    std::pair<double, double> seconds;
     {
         PlainRuntime runtime(options);
         seconds = timed([&] { plain::archive(options); });
@@ -707,6 +719,7 @@ void runPass(benchmark::State& state, const char* name, RunResult (*run)())
             state.SetIterationTime(result.seconds);
             results()[name].push_back(result);
             state.counters["notes"] = static_cast<double>(result.archived);
+            state.counters["cpu_s"] = result.cpuSeconds;
             state.counters["notes_per_s"] = static_cast<double>(result.archived) / result.seconds;
             state.counters["MB_per_s"] = static_cast<double>(result.dxlBytes) / 1e6 / result.seconds;
         } catch (const std::exception& failure) {
@@ -725,6 +738,7 @@ double median(std::vector<double> values)
 
 struct Medians {
     double seconds;
+    double cpuSeconds;
     double notesPerSecond;
     double megabytesPerSecond;
 };
@@ -732,14 +746,16 @@ struct Medians {
 Medians mediansOf(const std::vector<RunResult>& runs)
 {
     std::vector<double> seconds;
+    std::vector<double> cpu;
     std::vector<double> notes;
     std::vector<double> megabytes;
     for (const RunResult& run : runs) {
         seconds.push_back(run.seconds);
+        cpu.push_back(run.cpuSeconds);
         notes.push_back(static_cast<double>(run.archived) / run.seconds);
         megabytes.push_back(static_cast<double>(run.dxlBytes) / 1e6 / run.seconds);
     }
-    return {median(seconds), median(notes), median(megabytes)};
+    return {median(seconds), median(cpu), median(notes), median(megabytes)};
 }
 
 void printMedians()
@@ -747,14 +763,16 @@ void printMedians()
     auto& all = results();
     for (const auto& [name, runs] : all) {
         Medians m = mediansOf(runs);
-        std::printf("%-24s median of %zu runs: %.3f s, %.0f notes/s, %.2f MB/s of DXL\n", name.c_str(), runs.size(),
-                    m.seconds, m.notesPerSecond, m.megabytesPerSecond);
+        std::printf("%-24s median of %zu runs: %.3f s (%.3f s CPU), %.0f notes/s, %.2f MB/s of DXL\n", name.c_str(),
+                    runs.size(), m.seconds, m.cpuSeconds, m.notesPerSecond, m.megabytesPerSecond);
     }
     auto hyln = all.find("BM_ArchivePass_Hyln");
     auto plainRuns = all.find("BM_ArchivePass_PlainApi");
-    if (hyln != all.end() && plainRuns != all.end())
-        std::printf("hyln/plain ratio of the medians: %.3f\n",
-                    mediansOf(hyln->second).seconds / mediansOf(plainRuns->second).seconds);
+    if (hyln == all.end() || plainRuns == all.end())
+        return;
+    Medians h = mediansOf(hyln->second);
+    Medians p = mediansOf(plainRuns->second);
+    std::printf("hyln/plain ratio of the medians: %.3f (CPU: %.3f)\n", h.seconds / p.seconds, h.cpuSeconds / p.cpuSeconds);
 }
 
 } // namespace
