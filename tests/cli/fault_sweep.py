@@ -2,7 +2,8 @@
 it makes, with that N-th call failing (with a status, and by throwing). Every run must end
 as a backup agent needs it to: exit 0 or 1, a Domino code and text (or the escaped
 exception) where it failed, no sanitizer report, no handle left open beyond what the clean
-run leaves, and the data directory of a read-only job unchanged."""
+run leaves, and the data directory of a read-only job unchanged. After a failed archive or
+restore, clean runs must complete it: the pass, restore and verify without a difference."""
 import hashlib
 import os
 import re

@@ -1,5 +1,6 @@
 """The archiving pass as a backup agent runs it through hyln: views, index lines and the
-selection it rests on, then archive, restore and verify, also when the pass is killed."""
+selection it rests on, then archive, restore and verify, also when the pass is killed; and
+the transaction-log extents the changes fill, copied by translog."""
 import json
 import os
 import random
