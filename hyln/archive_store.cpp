@@ -183,8 +183,9 @@ int readFolders(const Options& options, DBHANDLE database, std::vector<Folder>& 
         Folder folder;
         bool isFolder = false;
         error = describeFolder(database, designNotes[i], folder, isFolder, problem);
-        if (error == NOERROR && isFolder && (error = readMembers(database, designNotes[i], folder.members, problem)) == NOERROR &&
-            problem.empty())
+        if (error == NOERROR && isFolder && problem.empty())
+            error = readMembers(database, designNotes[i], folder.members, problem);
+        if (error == NOERROR && isFolder && problem.empty())
             folders.push_back(folder);
     }
     if (!problem.empty())
