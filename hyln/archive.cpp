@@ -30,6 +30,7 @@ struct NoteOutcome {
     size_t dxlBytes = 0;
     int attachments = 0;
     std::string message;
+    unsigned short code = 0; // the Domino status of a failure, when there is one
 };
 
 struct PassTotals {
@@ -84,19 +85,27 @@ int saveAcl(const Options& options, HyLNDatabase& database, const fs::path& arch
     if (status.IsErrorSet())
         return fail(status, "reading the ACL", options.database);
     DWORD size = 0;
-    HY_OSMemGetSize(acl, &size);
-    const unsigned char* image = static_cast<const unsigned char*>(HY_OSLockObject(acl));
+    STATUS measured = HY_OSMemGetSize(acl, &size);
+    const unsigned char* image =
+        measured != NOERROR ? nullptr : static_cast<const unsigned char*>(HY_OSLockObject(acl));
     bool written = image != nullptr && writeWhole(archive / "acl.bin", image, size);
     if (image != nullptr)
         HY_OSUnlockObject(acl);
     HY_OSMemFree(acl);
+    if (measured != NOERROR) {
+        status.SetError(measured);
+        return fail(status, "measuring the ACL", options.database);
+    }
+    if (image == nullptr)
+        return failWith("reading the ACL", options.database, unanswered("OSLockObject", 0, "for its image"));
     return written ? kSuccess : failWith("saving the ACL", (archive / "acl.bin").string(), "it could not be written");
 }
 
 NoteOutcome failedNote(NoteOutcome outcome, HyLNError status, const std::string& what)
 {
     outcome.outcome = "failed";
-    outcome.message = what + ": Domino code " + std::to_string(status.GetErrorCode()) + ": " + status.GetMessage();
+    outcome.code = status.GetErrorCode();
+    outcome.message = what + ": Domino code " + std::to_string(outcome.code) + ": " + status.GetMessage();
     return outcome;
 }
 
@@ -183,8 +192,20 @@ void count(PassTotals& totals, const NoteOutcome& outcome)
     totals.dxlBytes += outcome.dxlBytes;
 }
 
-void report(const NoteOutcome& outcome)
+// A note that failed fails the run too: its line on standard error names the cause.
+void reportFailure(const std::string& database, const NoteOutcome& outcome)
 {
+    std::string what = "archiving note " + noteIdText(outcome.noteId);
+    nlohmann::json fields = {{"operation", what}, {"subject", database}, {"message", outcome.message}};
+    if (outcome.code != 0)
+        fields["code"] = outcome.code;
+    output().failure(what + " failed for " + database + ": " + outcome.message, fields);
+}
+
+void report(const std::string& database, const NoteOutcome& outcome)
+{
+    if (outcome.outcome == "failed")
+        reportFailure(database, outcome);
     std::string text = noteIdText(outcome.noteId) + " " + outcome.unid + ": " + outcome.outcome;
     if (!outcome.message.empty())
         text += " (" + outcome.message + ")";
@@ -279,7 +300,7 @@ int archiveDatabase(const Options& options, Runtime& runtime, PassTotals& totals
         if (interrupted())
             break;
         outcomes.push_back(archiveNote(options, database.handle(), context, id));
-        report(outcomes.back());
+        report(options.database, outcomes.back());
         count(totals, outcomes.back());
         output().progress(outcomes.size(), "notes archived");
     }

@@ -20,7 +20,7 @@ struct OpenNote {
     ~OpenNote()
     {
         if (handle != NULLHANDLE)
-            HY_NSFNoteClose(handle);
+            releaseInDestructor("closing a design note", [this] { return HY_NSFNoteClose(handle) == NOERROR; });
     }
     NOTEHANDLE handle = NULLHANDLE;
 };
@@ -34,8 +34,9 @@ STATUS collectDesignNote(void* context, SEARCH_MATCH* match, ITEM_TABLE*)
     return NOERROR;
 }
 
-// The note IDs of a folder's collection, categories aside.
-STATUS readMembers(DBHANDLE database, NOTEID folderId, std::set<NOTEID>& members)
+// The note IDs of a folder's collection, categories aside. An entry buffer that cannot
+// be locked leaves its description in `problem`.
+STATUS readMembers(DBHANDLE database, NOTEID folderId, std::set<NOTEID>& members, std::string& problem)
 {
     HCOLLECTION collection = 0;
     STATUS error = HY_NIFOpenCollection(database, database, folderId, 0, NULLHANDLE, &collection, nullptr, nullptr,
@@ -52,39 +53,53 @@ STATUS readMembers(DBHANDLE database, NOTEID folderId, std::set<NOTEID>& members
         if (error != NOERROR || buffer == NULLHANDLE)
             break;
         const unsigned char* entries = static_cast<const unsigned char*>(HY_OSLockObject(buffer));
+        if (entries == nullptr)
+            problem = unanswered("OSLockObject", 0, "for the entries of folder " + noteIdText(folderId));
         for (DWORD i = 0; entries != nullptr && i < returned; ++i) {
             NOTEID id;
             std::memcpy(&id, entries + i * sizeof id, sizeof id);
             if ((id & NOTEID_CATEGORY) == 0)
                 members.insert(id);
         }
-        HY_OSUnlockObject(buffer);
+        if (entries != nullptr)
+            HY_OSUnlockObject(buffer);
         HY_OSMemFree(buffer);
-    } while ((signals & SIGNAL_MORE_TO_DO) != 0);
+    } while (problem.empty() && (signals & SIGNAL_MORE_TO_DO) != 0);
     STATUS closed = HY_NIFCloseCollection(collection);
     return error != NOERROR ? error : closed;
 }
 
+// A text item of the open note. The call answers a length and no status: a length other
+// than that of the text it wrote is how a failed read shows, and `problem` says so.
+bool readText(NOTEHANDLE note, const char* name, char* text, WORD size, std::string& problem)
+{
+    WORD length = HY_NSFItemGetText(note, name, text, size);
+    size_t written = std::strlen(text);
+    if (length != written)
+        problem = unanswered("NSFItemGetText", length,
+                             std::string("for ") + name + ", a text of " + std::to_string(written) + " bytes");
+    return length == written;
+}
+
 // Fills `folder` when the design note is a folder; false when it is another design note.
-STATUS describeFolder(DBHANDLE database, NOTEID id, Folder& folder, bool& isFolder)
+// A read that failed without a status leaves its description in `problem`.
+STATUS describeFolder(DBHANDLE database, NOTEID id, Folder& folder, bool& isFolder, std::string& problem)
 {
     OpenNote note;
     STATUS error = HY_NSFNoteOpen(database, id, OPEN_SUMMARY, &note.handle);
     if (error != NOERROR)
         return error;
     char flags[128] = {};
-    HY_NSFItemGetText(note.handle, "$Flags", flags, sizeof flags);
-    isFolder = std::strchr(flags, 'F') != nullptr;
-    if (!isFolder)
-        return NOERROR;
     char title[1024] = {};
-    HY_NSFItemGetText(note.handle, "$TITLE", title, sizeof title);
+    isFolder = readText(note.handle, "$Flags", flags, sizeof flags, problem) && std::strchr(flags, 'F') != nullptr;
+    if (!isFolder || !readText(note.handle, "$TITLE", title, sizeof title, problem))
+        return NOERROR;
     folder.title = title;
     ORIGINATORID oid{};
-    HY_NSFNoteGetInfo(note.handle, _NOTE_OID, &oid);
+    error = HY_NSFDbGetNoteInfo(database, id, &oid, nullptr, nullptr);
     folder.unid.File = oid.File;
     folder.unid.Note = oid.Note;
-    return NOERROR;
+    return error;
 }
 
 void appendBytes(std::vector<unsigned char>& buffer, const void* data, size_t size)
@@ -163,13 +178,18 @@ int readFolders(const Options& options, DBHANDLE database, std::vector<Folder>& 
     TIMEDATE until;
     STATUS error = HY_NSFSearch(database, NULLHANDLE, nullptr, 0, NOTE_CLASS_VIEW, nullptr, collectDesignNote,
                                 &designNotes, &until);
-    for (size_t i = 0; error == NOERROR && i < designNotes.size(); ++i) {
+    std::string problem;
+    for (size_t i = 0; error == NOERROR && problem.empty() && i < designNotes.size(); ++i) {
         Folder folder;
         bool isFolder = false;
-        error = describeFolder(database, designNotes[i], folder, isFolder);
-        if (error == NOERROR && isFolder && (error = readMembers(database, designNotes[i], folder.members)) == NOERROR)
+        error = describeFolder(database, designNotes[i], folder, isFolder, problem);
+        if (error == NOERROR && isFolder && problem.empty())
+            error = readMembers(database, designNotes[i], folder.members, problem);
+        if (error == NOERROR && isFolder && problem.empty())
             folders.push_back(folder);
     }
+    if (!problem.empty())
+        return failWith("reading the folders", options.database, problem);
     if (error == NOERROR)
         return kSuccess;
     HyLNError status;

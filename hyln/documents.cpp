@@ -55,6 +55,23 @@ bool writeWhole(const fs::path& target, const unsigned char* data, size_t size)
     return true;
 }
 
+std::string unanswered(const char* call, unsigned long value, const std::string& why)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%s returned: [%lX] ", call, value);
+    return text + why;
+}
+
+void releaseInDestructor(const char* what, const std::function<bool()>& release) noexcept
+{
+    try {
+        if (!release())
+            release();
+    } catch (...) {
+        std::fprintf(stderr, "hyln: %s failed with an exception\n", what);
+    }
+}
+
 bool readWholeFile(const fs::path& path, std::vector<unsigned char>& data)
 {
     std::ifstream file(path, std::ios::binary);
@@ -230,11 +247,10 @@ int exportOne(const Options& options, DBHANDLE database, unsigned int exporter, 
 struct Exporter {
     ~Exporter()
     {
-        try {
+        releaseInDestructor("deleting the DXL exporter", [this] {
             HyLNUtilities::DeleteDXLExporter(handle);
-        } catch (...) {
-            std::fprintf(stderr, "hyln: deleting the DXL exporter failed with an exception\n");
-        }
+            return true;
+        });
     }
     unsigned int handle = 0;
 };

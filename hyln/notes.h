@@ -3,6 +3,8 @@
 #define HYLN_NOTES_H
 
 #include <filesystem>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "commands.h"
@@ -22,6 +24,12 @@ bool failed(HyLNError status);
 // Records the attachment names, removes attachments, body and seals, marks and saves the
 // note in one update; the caller has gathered its details. Returns an exit code.
 int stubInPlace(HyLNDataDocument& note, NOTEID id, const Options& options);
+// A call that answers no status failed: "CALL returned: [VALUE] WHY", for the job's failure line.
+std::string unanswered(const char* call, unsigned long value, const std::string& why);
+// For a release that a destructor runs, which may let nothing out: `release` returns
+// whether it succeeded, a failed one is tried once more (the handle is still held), and
+// an exception from the runtime ends only the release, with a line naming `what`.
+void releaseInDestructor(const char* what, const std::function<bool()>& release) noexcept;
 
 } // namespace hyln
 

@@ -35,7 +35,13 @@ fs::path archiveOf(const Options& options)
 }
 
 struct Importer {
-    ~Importer() { HyLNUtilities::DeleteDXLImporter(handle); }
+    ~Importer()
+    {
+        releaseInDestructor("deleting the DXL importer", [this] {
+            HyLNUtilities::DeleteDXLImporter(handle);
+            return true;
+        });
+    }
     unsigned int handle = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "selection.h"
 
 #include "host_callbacks.h"
+#include "notes.h"
 #include "output.h"
 
 namespace hyln {
@@ -11,7 +12,8 @@ struct IdTable {
     ~IdTable()
     {
         if (handle != NULLHANDLE)
-            HyLNUtilities::MemFreeTable(handle);
+            releaseInDestructor("freeing an ID table",
+                                [this] { return !HyLNUtilities::MemFreeTable(handle).IsErrorSet(); });
     }
     unsigned int handle = NULLHANDLE;
 };

@@ -26,7 +26,8 @@ bool copyVerified(const fs::path& source, const fs::path& target, size_t& bytes)
     return copy == data;
 }
 
-int archiveExtents(const Options& options, size_t& copied, size_t& bytes)
+// `copyFailed` tells the caller that the extent offered last was not archived.
+int archiveExtents(const Options& options, size_t& copied, size_t& bytes, bool& copyFailed)
 {
     for (bool first = true; !interrupted(); first = false) {
         UNIVERSALNOTEID logId{};
@@ -39,7 +40,7 @@ int archiveExtents(const Options& options, size_t& copied, size_t& bytes)
             return fail(status, "asking for the next log extent", "the transaction log");
         fs::path target = fs::path(options.outDir) / fs::path(logPath).filename();
         size_t size = 0;
-        if (!copyVerified(logPath, target, size))
+        if ((copyFailed = !copyVerified(logPath, target, size)))
             return failWith("archiving log extent " + std::to_string(logNumber), logPath,
                             "the copy could not be written or differs from its source");
         bytes += size;
@@ -71,10 +72,15 @@ int archiveTransactionLogs(const Options& options)
         return fail(status, "starting to archive the transaction log", "the server");
     size_t copied = 0;
     size_t bytes = 0;
-    int result = archiveExtents(options, copied, bytes);
-    status = HyLNUtilities::endArchivinglogs();
-    if (status.IsErrorSet() && result == kSuccess)
-        result = fail(status, "ending the transaction-log archiving", "the server");
+    bool copyFailed = false;
+    int result = archiveExtents(options, copied, bytes, copyFailed);
+    // Ending the session confirms every extent it offered. After a failed copy it stays
+    // open instead: the runtime offers the extents of an unended session again.
+    if (!copyFailed) {
+        status = HyLNUtilities::endArchivinglogs();
+        if (status.IsErrorSet() && result == kSuccess)
+            result = fail(status, "ending the transaction-log archiving", "the server");
+    }
     output().summary("\narchived " + std::to_string(copied) + " log extents (" + std::to_string(bytes) + " bytes)" +
                          (interrupted() ? " (interrupted)" : ""),
                      {{"extents", copied}, {"bytes", bytes}, {"style", style}, {"interrupted", interrupted()}});

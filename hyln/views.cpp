@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "host_callbacks.h"
+#include "notes.h"
 #include "output.h"
 
 namespace hyln {
@@ -144,12 +145,12 @@ void writeIndexLine(NOTEID noteId, const std::string& line)
                     "entry");
 }
 
-// Turns one read buffer into index lines; false when an entry does not fit the buffer.
-bool passIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, const IndexLineSink& sink)
+// Turns one read buffer into index lines; returns what went wrong, or nothing.
+std::string passIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, const IndexLineSink& sink)
 {
     const unsigned char* start = static_cast<const unsigned char*>(HY_OSLockObject(buffer));
     if (start == nullptr)
-        return false;
+        return unanswered("OSLockObject", 0, "for the read buffer");
     EntryReader reader(start, start + length);
     bool whole = true;
     for (DWORD i = 0; i < count && whole; ++i) {
@@ -159,7 +160,7 @@ bool passIndexLines(HyLNView& view, DHANDLE buffer, WORD length, DWORD count, co
             sink(entry.noteId, indexLineOf(view, entry));
     }
     HY_OSUnlockObject(buffer);
-    return whole;
+    return whole ? "" : "an entry does not fit its read buffer";
 }
 
 } // namespace
@@ -179,10 +180,10 @@ int forEachIndexLine(const std::string& viewName, HyLNView& view, HCOLLECTION co
             return fail(status, "reading the view", viewName);
         if (buffer == NULLHANDLE)
             break;
-        bool whole = passIndexLines(view, buffer, length, returned, sink);
+        std::string problem = passIndexLines(view, buffer, length, returned, sink);
         HY_OSMemFree(buffer);
-        if (!whole)
-            return failWith("reading the view", viewName, "an entry does not fit its read buffer");
+        if (!problem.empty())
+            return failWith("reading the view", viewName, problem);
     } while ((signals & SIGNAL_MORE_TO_DO) != 0 && !interrupted());
     return kSuccess;
 }

@@ -1,5 +1,6 @@
 """The archiving pass as a backup agent runs it through hyln: views, index lines and the
-selection it rests on, then archive, restore and verify, also when the pass is killed."""
+selection it rests on, then archive, restore and verify, also when the pass is killed; and
+the transaction-log extents the changes fill, copied by translog."""
 import json
 import os
 import random
@@ -33,15 +34,16 @@ def json_run(*args, data=SERVER_DIR):
     return result, [line for line in lines if line["type"] != "summary"], [l for l in lines if l["type"] == "summary"]
 
 
-def copy_server(target):
-    """A copy of the seeded server whose notes.ini names the copy."""
+def copy_server(target, **settings):
+    """A copy of the seeded server whose notes.ini names the copy, with `settings` added."""
     shutil.rmtree(target, ignore_errors=True)
     shutil.copytree(SERVER_DIR, target)
     ini = os.path.join(target, "notes.ini")
     with open(ini) as original:
         lines = ["Directory=" + target if line.startswith("Directory=") else line for line in original.read().split("\n")]
+    lines = [line for line in lines if line] + ["%s=%s" % setting for setting in settings.items()]
     with open(ini, "w") as copy:
-        copy.write("\n".join(lines))
+        copy.write("\n".join(lines) + "\n")
     return target
 
 
@@ -222,6 +224,78 @@ class Pass(unittest.TestCase):
         result = run("restore", MAIL_FILE, "--from", os.path.join(WORK_DIR, "nothing-here"))
         self.assertEqual(result.returncode, 1)
         self.assertIn("folder information", result.stderr)
+
+
+# A small extent size, so that one pass over the mail file fills several extents.
+LOGGING = {"TRANSLOG_Status": "1", "TRANSLOG_Style": "1", "TRANSLOG_Path": "logdir", "TRANSLOG_ExtentSize": "1024"}
+
+
+class TransactionLogs(unittest.TestCase):
+    def logged_server(self, name, **settings):
+        data = copy_server(os.path.join(WORK_DIR, name), **dict(LOGGING, **settings))
+        self.out = os.path.join(WORK_DIR, name + "-logs")
+        shutil.rmtree(self.out, ignore_errors=True)
+        return data
+
+    def extents(self, data):
+        logdir = os.path.join(data, "logdir")
+        return sorted(name for name in os.listdir(logdir) if name.endswith(".txn")) if os.path.isdir(logdir) else []
+
+    def translog(self, data):
+        """Runs translog; checks that every record is valid JSON and every copy equals its source."""
+        result = run("--json", "translog", "--out", self.out, data=data)
+        lines = [json.loads(line) for line in result.stdout.splitlines()]
+        copies = [line for line in lines if line["type"] == "log"]
+        summaries = [line for line in lines if line["type"] == "summary"]
+        for copy in copies:
+            self.assertEqual(os.path.dirname(copy["source"]), os.path.join(data, "logdir"))
+            with open(copy["source"], "rb") as source, open(copy["path"], "rb") as target:
+                self.assertEqual(target.read(), source.read(), copy["path"])
+            self.assertEqual(copy["bytes"], os.path.getsize(copy["source"]))
+        return result, [os.path.basename(copy["path"]) for copy in copies], summaries
+
+    def test_every_waiting_extent_is_copied_once_and_a_grown_one_again(self):
+        data = self.logged_server("translog")
+        self.assertEqual(run("archive", MAIL_FILE, "--out", os.path.join(WORK_DIR, "translog-archive"),
+                             data=data).returncode, 0)
+        written = self.extents(data)
+        self.assertGreater(len(written), 2, "stubbing the mail file fills several extents")
+        result, copied, summary = self.translog(data)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(copied, written)
+        self.assertEqual((summary[0]["extents"], summary[0]["style"]), (len(written), 1))
+        # Nothing logged since: the finished session confirmed every extent it offered.
+        result, copied, summary = self.translog(data)
+        self.assertEqual((result.returncode, copied, summary[0]["extents"]), (0, [], 0), result.stderr)
+        self.assertEqual(run("restore", MAIL_FILE, "--from", os.path.join(WORK_DIR, "translog-archive"),
+                             data=data).returncode, 0)
+        grown = self.extents(data)
+        result, copied, _ = self.translog(data)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(copied, grown[len(written) - 1:], "the partly filled extent and the new ones")
+
+    def test_an_extent_whose_copy_failed_is_offered_again(self):
+        data = self.logged_server("translog-blocked")
+        self.assertEqual(run("stub", MAIL_FILE, "--all", data=data).returncode, 0)
+        first = self.extents(data)[0]
+        os.makedirs(os.path.join(self.out, first))  # the copy cannot take its name
+        result = run("translog", "--out", self.out, data=data)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("archiving log extent 1 failed for " + os.path.join(data, "logdir", first), result.stderr)
+        os.rmdir(os.path.join(self.out, first))
+        result, copied, _ = self.translog(data)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(copied, self.extents(data))
+
+    def test_a_server_that_does_not_archive_its_log_fails_with_the_domino_code(self):
+        for name, settings, code in (("translog-off", {"TRANSLOG_Status": "0"}, 5119),
+                                     ("translog-circular", {"TRANSLOG_Style": "0"}, 3745)):
+            data = self.logged_server(name, **settings)
+            result, copied, summary = self.translog(data)
+            self.assertEqual((result.returncode, copied, summary), (1, [], []), name)
+            self.assertRegex(result.stderr, r"failed for the server: Domino code %d: \S" % code)
+            error = json.loads(result.stdout.splitlines()[-1])
+            self.assertEqual((error["type"], error["code"]), ("error", code))
 
 
 if __name__ == "__main__":
