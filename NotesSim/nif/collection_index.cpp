@@ -68,7 +68,8 @@ Value single(WORD type, const void* data, size_t size)
 {
     Value value(sizeof type + size);
     std::memcpy(value.data(), &type, sizeof type);
-    std::memcpy(value.data() + sizeof type, data, size);
+    if (size > 0)
+        std::memcpy(value.data() + sizeof type, data, size);
     return value;
 }
 

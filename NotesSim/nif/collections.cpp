@@ -244,7 +244,8 @@ std::vector<char> summaryValues(const std::vector<char>& summary)
     ITEM_TABLE table;
     std::memcpy(&table, summary.data(), sizeof table);
     std::vector<ITEM> items(table.Items);
-    std::memcpy(items.data(), summary.data() + sizeof table, items.size() * sizeof(ITEM));
+    if (!items.empty())
+        std::memcpy(items.data(), summary.data() + sizeof table, items.size() * sizeof(ITEM));
     std::vector<char> out;
     put(out, WORD{0});
     put(out, table.Items);

@@ -25,6 +25,8 @@ public:
     {
         if (size > size_ - at_)
             return false;
+        if (size == 0) // an empty part may have no buffer at all
+            return true;
         std::memcpy(to, data_ + at_, size);
         at_ += size;
         return true;
