@@ -4,12 +4,12 @@
 # fuzz/corpus/<target>/. Exits non-zero when any target crashes, trips a sanitizer,
 # hangs or fails one of its checks; the input is kept in build-fuzz/fuzz-findings/ and
 # `build-fuzz/fuzz/<target> <input>` replays it.
-#   HYLN_FUZZ_SECONDS   seconds per target (default 20)
+#   HYLN_FUZZ_SECONDS   seconds per target (default 15)
 #   HYLN_FUZZ_TARGETS   targets to run (default: all)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-seconds="${HYLN_FUZZ_SECONDS:-20}"
+seconds="${HYLN_FUZZ_SECONDS:-15}"
 build_dir=build-fuzz
 HYLN_EXTRA_PACKAGES=clang scripts/setup.sh "$build_dir" -DCMAKE_CXX_COMPILER=clang++ -DHYLN_BUILD_FUZZ=ON \
   -DHYLN_BUILD_TESTS=OFF -DHYLN_BUILD_BENCH=OFF -DHYLN_WERROR=ON

@@ -40,5 +40,5 @@ step "TSan build" env HYLN_TARGETS=hyln_thread_tests scripts/setup.sh build-tsan
 step "TSan tests" ctest --test-dir build-tsan --output-on-failure -j2 -L threads
 
 # libFuzzer targets (clang, sanitizers) for the parsers of outside bytes, each for a
-# bounded time (HYLN_FUZZ_SECONDS, default 20).
+# bounded time (HYLN_FUZZ_SECONDS, default 15).
 step "Fuzzing" scripts/fuzz.sh
