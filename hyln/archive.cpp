@@ -136,7 +136,11 @@ NoteOutcome archiveOpenNote(const Options& options, DatabaseContext& context, Hy
     }
     outcome.dxlBytes = dxl.size();
     outcome.attachments = details.AttachmentNumbers;
-    if (stubInPlace(note, outcome.noteId, options) != kSuccess) {
+    if (options.deleteArchived) {
+        status = note.Delete(0);
+        if (status.IsErrorSet())
+            return failedNote(outcome, status, "deleting it (its archive is whole; the note is as it was)");
+    } else if (stubInPlace(note, outcome.noteId, options) != kSuccess) {
         outcome.outcome = "failed";
         outcome.message = "stubbing it failed (its archive is whole; the note is as it was)";
         return outcome;
@@ -241,6 +245,7 @@ nlohmann::json manifestOf(const Options& options, const Selection& selection, co
             {"seconds", static_cast<long>(finished - started)},
             {"since", options.since},
             {"older_than_seconds", options.olderThanSeconds},
+            {"archived_notes", options.deleteArchived ? "deleted" : "stubbed"},
             {"folders", options.folders},
             {"folder_mode", options.folderMode == 2 ? "exclude" : "include"},
             {"counts",

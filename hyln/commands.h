@@ -35,6 +35,7 @@ struct Options {
     std::string owner;       // select: the mailbox owner (default: the database title)
     bool allMailboxes = false;            // archive: every mail file instead of one database
     unsigned long olderThanSeconds = 0;   // archive: only notes at least this old
+    bool deleteArchived = false;          // archive: delete each archived note instead of stubbing it
     std::string fromDir;     // restore, verify: the archive directory given with --out
     bool withAcl = false;    // restore: the ACL too
 };

@@ -304,6 +304,8 @@ private:
         addSelectionOptions(archive);
         archive->add_option("--older-than", olderThan, "Only notes at least this old: N[s|m|h|d] (default 0)")
             ->check([](const std::string& text) { return parseDuration(text, nullptr) ? "" : "not a duration"; });
+        archive->add_flag("--delete", options.deleteArchived,
+                          "Delete each archived note instead of stubbing it (restore brings it back)");
         archive->add_option("--view", options.viewName, "View whose entries give the index lines")
             ->default_val("($All)");
         archive->add_option("--out", options.outDir, "Archive directory (one subdirectory per database)")->required();

@@ -184,6 +184,32 @@ class Pass(unittest.TestCase):
         summary = self.round_trip(data, out)
         self.assertEqual(summary["notes"], len(archived))
 
+    def test_deleted_notes_come_back_into_their_folders(self):
+        data = copy_server(os.path.join(WORK_DIR, "deleted"))
+        out = os.path.join(WORK_DIR, "deleted-archive")
+        result, notes, _ = json_run("archive", MAIL_FILE, "--delete", "--out", out, data=data)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        archived = {note["unid"] for note in notes if note["outcome"] == "archived"}
+        self.assertGreater(len(archived), 30)
+        gone, differences, _ = json_run("verify", MAIL_FILE, "--against", out, data=data)
+        self.assertEqual({d["unid"] for d in differences if "not in the database" in d["difference"]}, archived)
+        # The notes come back under new note IDs: only the folder information puts them back.
+        summary = self.round_trip(data, out)
+        self.assertEqual(summary["notes"], len(archived))
+
+    def test_the_acl_comes_back_when_asked_and_a_damaged_one_is_refused(self):
+        data = copy_server(os.path.join(WORK_DIR, "acl"))
+        out = os.path.join(WORK_DIR, "acl-archive")
+        self.assertEqual(self.archive(data, out).returncode, 0)
+        result, _, summary = json_run("restore", MAIL_FILE, "--from", out, "--acl", data=data)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertTrue(summary[0]["acl"])
+        with open(os.path.join(out, MAIL_FILE, "acl.bin"), "wb") as damaged:
+            damaged.write(b"not an ACL")
+        refused = run("restore", MAIL_FILE, "--from", out, "--acl", data=data)
+        self.assertEqual(refused.returncode, 1)
+        self.assertRegex(refused.stderr, r"restoring the ACL failed for .*: Domino code \d+")
+
     def test_folder_information_holds_every_archived_member(self):
         data = copy_server(os.path.join(WORK_DIR, "folders"))
         out = os.path.join(WORK_DIR, "folders-archive")
