@@ -210,6 +210,28 @@ class Pass(unittest.TestCase):
         self.assertEqual(refused.returncode, 1)
         self.assertRegex(refused.stderr, r"restoring the ACL failed for .*: Domino code \d+")
 
+    def test_ctrl_c_ends_the_pass_after_the_current_note_with_its_manifest(self):
+        data = copy_server(os.path.join(WORK_DIR, "interrupted"))
+        out = os.path.join(WORK_DIR, "interrupted-archive")
+        # Each stub takes a while, so the pass is still running when the signal comes.
+        env = dict(os.environ, HYSIM_FAULTS="NSFNoteUpdate=delay:100")
+        process = subprocess.Popen([HYLN, "--data", data, "--json", "archive", MAIL_FILE, "--out", out],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=env)
+        first = process.stdout.readline()
+        process.send_signal(signal.SIGINT)
+        rest, errors = process.communicate(timeout=120)
+        self.assertEqual(process.returncode, 130, errors)
+        lines = [json.loads(line) for line in (first + rest).splitlines()]
+        self.assertTrue(lines[-1]["interrupted"])
+        with open(os.path.join(out, MAIL_FILE, "manifest.json")) as manifest_file:
+            manifest = json.load(manifest_file)
+        self.assertTrue(manifest["interrupted"])
+        archived = manifest["counts"]["archived"]
+        self.assertGreaterEqual(archived, 1)
+        self.assertLess(archived, manifest["counts"]["selected"])
+        self.assertEqual(len(self.check_archive_whole(out)), archived, "the note under way was finished, no more")
+        self.round_trip(data, out)
+
     def test_folder_information_holds_every_archived_member(self):
         data = copy_server(os.path.join(WORK_DIR, "folders"))
         out = os.path.join(WORK_DIR, "folders-archive")
