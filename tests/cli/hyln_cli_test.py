@@ -62,7 +62,9 @@ class Conventions(unittest.TestCase):
         cases = {("--bogus",): "--bogus", ("discover", "mailboxes", "--bogus"): "--bogus",
                  ("--data",): "--data", ("--log-level", "x", "demo"): "--log-level",
                  ("discover", "databases", "a", "b"): "b", ("help", "nope"): "nope", (): "command is required",
-                 ("discover",): "command is required", ("discover", "additional"): "directories"}
+                 ("discover",): "command is required", ("discover", "additional"): "directories",
+                 ("archive", "--out", "x"): "--all-mailboxes", ("archive", "db", "--out", "x", "--older-than", "3w"):
+                 "--older-than", ("restore", "db"): "--from", ("index", "db"): "view", ("translog",): "--out"}
         for args, named in cases.items():
             with self.subTest(args=args):
                 result = run(*args)
