@@ -321,10 +321,7 @@ int archiveDatabase(const Options& options, Runtime& runtime, PassTotals& totals
 
 int archivePass(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return archiveIn(options, runtime);
+    return withRuntime(options, [&](Runtime& runtime) { return archiveIn(options, runtime); });
 }
 
 int archiveIn(const Options& options, Runtime& runtime)

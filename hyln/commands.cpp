@@ -73,6 +73,21 @@ int OpenDatabase::open(const Options& options, Runtime& runtime)
     return status.IsErrorSet() ? fail(status, "opening the database", options.database) : kSuccess;
 }
 
+int withRuntime(const Options& options, const std::function<int(Runtime&)>& job)
+{
+    Runtime runtime;
+    if (int failed = runtime.start(options))
+        return failed;
+    return job(runtime);
+}
+
+int DatabaseJob::open(const Options& options)
+{
+    if (int failed = runtime.start(options))
+        return failed;
+    return database.open(options, runtime);
+}
+
 std::string noteIdText(NOTEID id)
 {
     char text[16];
@@ -299,26 +314,17 @@ int Runtime::start(const Options& options)
 
 int discoverMailboxes(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return mailboxes(options);
+    return withRuntime(options, [&](Runtime&) { return mailboxes(options); });
 }
 
 int discoverDatabases(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return databases(options);
+    return withRuntime(options, [&](Runtime&) { return databases(options); });
 }
 
 int discoverAdditional(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return additional(options);
+    return withRuntime(options, [&](Runtime&) { return additional(options); });
 }
 
 int runDemo(Options options)

@@ -2,6 +2,7 @@
 #ifndef HYLN_COMMANDS_H
 #define HYLN_COMMANDS_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,6 +92,17 @@ public:
 
 private:
     HyLNDatabase database;
+};
+
+// Starts the runtime, runs `job` in it, and stops it.
+int withRuntime(const Options& options, const std::function<int(Runtime&)>& job);
+
+// The runtime and the one database of a job; the database closes before the runtime stops.
+struct DatabaseJob {
+    Runtime runtime;
+    OpenDatabase database;
+
+    int open(const Options& options);
 };
 
 // "0x" and eight hex digits.

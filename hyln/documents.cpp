@@ -283,16 +283,12 @@ int stubOne(const Options& options, DBHANDLE database, NOTEID id)
 }
 
 // The runtime, the database and the chosen notes for one per-note job.
-struct NoteJob {
-    Runtime runtime;
-    OpenDatabase database;
+struct NoteJob : DatabaseJob {
     std::vector<NOTEID> ids;
 
     int open(const Options& options)
     {
-        if (int failed = runtime.start(options))
-            return failed;
-        if (int failed = database.open(options, runtime))
+        if (int failed = DatabaseJob::open(options))
             return failed;
         return chooseNotes(options, database.handle(), ids);
     }

@@ -265,10 +265,7 @@ int verifyAll(Verifier& verifier, const std::vector<ArchivedNote>& notes, size_t
 
 int restoreArchive(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return restoreIn(options, runtime);
+    return withRuntime(options, [&](Runtime& runtime) { return restoreIn(options, runtime); });
 }
 
 int restoreIn(const Options& options, Runtime& runtime)
@@ -299,10 +296,7 @@ int restoreIn(const Options& options, Runtime& runtime)
 
 int verifyArchive(const Options& options)
 {
-    Runtime runtime;
-    if (int failed = runtime.start(options))
-        return failed;
-    return verifyIn(options, runtime);
+    return withRuntime(options, [&](Runtime& runtime) { return verifyIn(options, runtime); });
 }
 
 int verifyIn(const Options& options, Runtime& runtime)

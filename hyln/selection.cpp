@@ -105,14 +105,11 @@ int chooseNotes(const Options& options, HyLNDatabase& database, Selection& selec
 
 int selectNotes(const Options& options)
 {
-    Runtime runtime;
-    OpenDatabase database;
-    if (int failed = runtime.start(options))
-        return failed;
-    if (int failed = database.open(options, runtime))
+    DatabaseJob job;
+    if (int failed = job.open(options))
         return failed;
     Selection selection;
-    if (int failed = chooseNotes(options, database.get(), selection))
+    if (int failed = chooseNotes(options, job.database.get(), selection))
         return failed;
     if (!selection.folderWarning.empty())
         std::fprintf(stderr, "hyln: the folder filter reported %s\n", selection.folderWarning.c_str());

@@ -212,15 +212,12 @@ int readIndexLines(const std::string& viewName, HyLNView& view, const TitlesSink
 
 int listViews(const Options& options)
 {
-    Runtime runtime;
-    OpenDatabase database;
-    if (int failed = runtime.start(options))
-        return failed;
-    if (int failed = database.open(options, runtime))
+    DatabaseJob job;
+    if (int failed = job.open(options))
         return failed;
     std::vector<std::string> names;
     host().messages = &names;
-    HyLNError status = database.get().GetViews();
+    HyLNError status = job.database.get().GetViews();
     host().messages = nullptr;
     if (status.GetErrorCode() != 0)
         return fail(status, "listing the views", options.database);
@@ -233,16 +230,13 @@ int listViews(const Options& options)
 
 int indexView(const Options& options)
 {
-    Runtime runtime;
-    OpenDatabase database;
-    if (int failed = runtime.start(options))
-        return failed;
-    if (int failed = database.open(options, runtime))
+    DatabaseJob job;
+    if (int failed = job.open(options))
         return failed;
     size_t written = 0;
     int result;
     {
-        HyLNView view(database.get(), options.viewName);
+        HyLNView view(job.database.get(), options.viewName);
         auto showTitles = [&](const std::string& titles) {
             output().record("columns: " + visible(titles), {{"view", options.viewName}, {"titles", titleList(titles)}},
                             "columns");

@@ -230,65 +230,62 @@ LogRecord logRecordOf(const UNID& database, const NoteRecord& note, NoteChange c
     return record;
 }
 
-STATUS appendLogRecord(const TranslogSettings& settings, const LogRecord& record)
+namespace {
+
+// Runs `work` on the control file's contents while this process holds the log's lock.
+template <class Work>
+STATUS withControl(const TranslogSettings& settings, Work work)
 {
     DirectoryLock lock(settings.directory);
     if (!lock.held())
         return STS_STORAGE;
     Control control;
-    Extent extent;
     STATUS status = readControl(settings.directory, control);
-    if (status == NOERROR)
-        status = extentFor(settings.directory, control, settings.extentSize, extent);
-    if (status == NOERROR && !appendBytes(extent.path, &record, sizeof record))
-        status = STS_STORAGE;
-    return status;
+    return status != NOERROR ? status : work(control);
+}
+
+} // namespace
+
+STATUS appendLogRecord(const TranslogSettings& settings, const LogRecord& record)
+{
+    return withControl(settings, [&](Control& control) {
+        Extent extent;
+        STATUS status = extentFor(settings.directory, control, settings.extentSize, extent);
+        if (status == NOERROR && !appendBytes(extent.path, &record, sizeof record))
+            status = STS_STORAGE;
+        return status;
+    });
 }
 
 STATUS logIdentity(const TranslogSettings& settings, UNID& logId, DWORD& currentExtent)
 {
-    DirectoryLock lock(settings.directory);
-    if (!lock.held())
-        return STS_STORAGE;
-    Control control;
-    STATUS status = readControl(settings.directory, control);
-    if (status != NOERROR)
-        return status;
-    std::vector<Extent> extents = listExtents(settings.directory);
-    logId = control.log;
-    currentExtent = extents.empty() ? 1 : extents.back().number;
-    return NOERROR;
+    return withControl(settings, [&](Control& control) {
+        std::vector<Extent> extents = listExtents(settings.directory);
+        logId = control.log;
+        currentExtent = extents.empty() ? 1 : extents.back().number;
+        return STATUS{NOERROR};
+    });
 }
 
 STATUS extentsToArchive(const TranslogSettings& settings, UNID& logId, std::vector<Extent>& out)
 {
-    DirectoryLock lock(settings.directory);
-    if (!lock.held())
-        return STS_STORAGE;
-    Control control;
-    STATUS status = readControl(settings.directory, control);
-    if (status != NOERROR)
-        return status;
-    logId = control.log;
-    out.clear();
-    for (const Extent& extent : listExtents(settings.directory))
-        if (extent.size > control.archived[extent.number])
-            out.push_back(extent);
-    return NOERROR;
+    return withControl(settings, [&](Control& control) {
+        logId = control.log;
+        out.clear();
+        for (const Extent& extent : listExtents(settings.directory))
+            if (extent.size > control.archived[extent.number])
+                out.push_back(extent);
+        return STATUS{NOERROR};
+    });
 }
 
 STATUS confirmArchived(const TranslogSettings& settings, const std::map<DWORD, DWORD>& bytes)
 {
-    DirectoryLock lock(settings.directory);
-    if (!lock.held())
-        return STS_STORAGE;
-    Control control;
-    STATUS status = readControl(settings.directory, control);
-    if (status != NOERROR)
-        return status;
-    for (const auto& [number, size] : bytes)
-        control.archived[number] = std::max(control.archived[number], size);
-    return writeControl(settings.directory, control) ? NOERROR : STS_STORAGE;
+    return withControl(settings, [&](Control& control) {
+        for (const auto& [number, size] : bytes)
+            control.archived[number] = std::max(control.archived[number], size);
+        return writeControl(settings.directory, control) ? STATUS{NOERROR} : STATUS{STS_STORAGE};
+    });
 }
 
 } // namespace sim

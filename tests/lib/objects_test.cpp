@@ -1,5 +1,4 @@
 // HyLNDatabase: database objects, runtime memory blocks, the ACL and replica location.
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,17 +17,6 @@ namespace {
 const char* const kServer = "CN=HySrv01/O=HyOrg";
 const char* const kSourceFile = "HYLNTools/HYLNTool_Interface/HYLNTool_Database.cpp";
 const STATUS kBadArgument = 0x3F05; // the runtime's answer to a malformed argument
-
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string formatted(const char* format, ...)
-{
-    char text[1024];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    return text;
-}
 
 // A default-shaped ACL image of this runtime with one entry.
 std::string aclImage(unsigned short level, const std::string& name)

@@ -1,7 +1,6 @@
 // HyLNView: finding and opening the view note, item reads, collections and the column
 // titles read from $ViewFormat (written through the API, and real ones imported as DXL).
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -23,17 +22,6 @@ namespace {
 
 const char* const kSource = "HYLNTools/HYLNTool_Interface/HYLNTool_Database.cpp";
 const char kSep = 0x12;
-
-std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string formatted(const char* format, ...)
-{
-    char text[2048];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
-    return text;
-}
 
 std::string messageOf(STATUS status) { return HyLNUtilities::GetNotesErrorMsg(status); }
 

@@ -110,6 +110,16 @@ std::string missingFirstDir() { return HYLN_TEST_MISSING_FIRST_DIR; }
 std::string sharedDir() { return HYLN_TEST_SHARED_DIR; }
 std::string seederPath() { return HYLN_TEST_SEEDER; }
 
+std::string formatted(const char* format, ...)
+{
+    char text[2048];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    return text;
+}
+
 std::string makeTempDir(const std::string& tag)
 {
     fs::path base = fs::temp_directory_path() / "hyln-tests";

@@ -44,6 +44,9 @@ std::string missingFirstDir();     // variant lacking ConvertTextToTIMEDATE
 std::string sharedDir();           // ../shared, may be absent
 std::string seederPath();          // the seeding tool
 
+// printf into a std::string (up to 2047 bytes), for expected log lines.
+std::string formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 // A fresh empty directory under the build's temp area, removed by the caller (or left).
 std::string makeTempDir(const std::string& tag);
 // Writes <dir>/notes.ini with Directory=<dir> (and ServerName, when given) plus extra lines.
